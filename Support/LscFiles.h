@@ -8,7 +8,7 @@
 #include <string>
 
 // UTF-8 form of a wide path, as the operating system takes it. False for a null path
-// or a character that has no UTF-8 form.
+// or a character that has no UTF-8 form (a surrogate or a value above U+10FFFF).
 bool LscWideToUtf8(const wchar_t* path, std::string& utf8);
 
 // fopen on a wide path; null on failure or for a null path or mode.
@@ -16,8 +16,10 @@ FILE* fwopen(const wchar_t* path, const char* mode);
 
 // Binary write and read by a format string, little-endian: 'l' is a 32-bit integer
 // (an int32_t / uint32_t argument, or a pointer to one when reading), 'f' a float32
-// (passed as double when writing, a float* when reading); blanks are ignored and any
-// other character fails. Non-zero when every item was transferred.
+// (passed as double when writing, a float* when reading); blanks are ignored. The
+// format is checked before anything is transferred, so an unknown character fails
+// without touching the file. Non-zero when every item was transferred; 0 on a short
+// write or read (items read before the short one are stored) or a null argument.
 int32_t LL_fwrite_bin(FILE* file, const char* format, ...);
 int32_t LL_fread_bin(FILE* file, const char* format, ...);
 
@@ -29,23 +31,35 @@ int unicode_to_ascii(char* out, const wchar_t* in, size_t size);
 enum eLMMFOpenMode { LMMF_READ_ONLY = 1, LMMF_READ_WRITE_EXISTING = 3 };
 
 // A memory-mapped file. All-zero bytes are its closed state, so callers may zero-fill
-// it before Open; it also closes itself when destroyed.
+// it before Open; it also closes itself when destroyed. Not copyable.
 class LscMemoryMappedFile {
 public:
-    // Maps a whole file and returns its base, or null. Mode 1 maps read-only, mode 3
-    // read-write on an existing file. The trailing arguments are unused and must be 0.
-    // An empty file maps to a non-null base with Size() 0.
-    void* Open(const wchar_t* path, eLMMFOpenMode mode, uint32_t, uint32_t, uint64_t);
-    // Changes the size of a read-write mapping's file and remaps it; the new base, or
-    // null (the file then stays open at its old size).
-    void* Resize(uint64_t size, bool);
-    // Unmaps and closes; safe to call on a closed or zeroed object, and twice.
-    void Close();
-    uint64_t Size() const { return size_; }
-    void* Base() const { return base_; }
+    LscMemoryMappedFile() = default;
+    LscMemoryMappedFile(const LscMemoryMappedFile&) = delete;
+    LscMemoryMappedFile& operator=(const LscMemoryMappedFile&) = delete;
     ~LscMemoryMappedFile() { Close(); }
 
+    // Maps a whole file and returns its base, or null. Mode 1 maps read-only (and
+    // pre-faults the pages, since every reader here goes through the whole file);
+    // mode 3 maps read-write, shared, on an existing file. The trailing arguments are
+    // unused and must be 0. An open object is closed first.
+    // An empty file cannot be mapped, yet it is a valid file: Open then succeeds with
+    // Size() 0 and a non-null base that must not be dereferenced; Resize can grow it.
+    void* Open(const wchar_t* path, eLMMFOpenMode mode, uint32_t, uint32_t, uint64_t);
+    // Sets the size of a read-write mapping's file and remaps it; returns the new base
+    // (which may move), or null, in which case the file and mapping keep their old
+    // size. Null too on a read-only or closed object. The flag is unused.
+    void* Resize(uint64_t size, bool);
+    // Unmaps and closes without forcing a write-back (the kernel writes dirty pages
+    // on its own). Safe on a closed or zero-filled object, and twice.
+    void Close();
+
+    uint64_t Size() const { return size_; }
+    void* Base() const { return base_; }
+
 private:
+    bool Map(uint64_t size);
+
     void* base_ = nullptr;
     uint64_t size_ = 0;
     int fdPlusOne_ = 0;  // 0 when closed, so zero-fill means closed
