@@ -1,1 +1,393 @@
-#include "LMesh.h"
+// Building a mesh: single triangles with private edges, indexed triangles with
+// shared edges, and triangle soup welded within a tolerance.
+//
+// Shared edges are found through a chain per vertex of the edges whose smaller end
+// it is (the valence is small, so a chain is a handful of steps). Welding at
+// tolerance 0 is an exact-position hash; above 0 it is a balanced tree under the
+// tolerance compare, which is not a true order: which of several nearby vertices a
+// corner welds to then depends on the tree's shape, as accepted for this builder.
+#include "LMeshBuild.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t kProbe = LM_NONE;  // tree item standing for the corner being looked up
+
+// The store's next record, or an int thrown when memory runs out.
+template <class T>
+T* AppendRecord(BaseList<T>& store)
+{
+    T* record = store.At(store.count);
+    if (!record) throw 0;
+    return record;
+}
+
+void WidenBox(L_LUMOMESH& mesh, const float* p)
+{
+    for (int k = 0; k < 3; ++k) {
+        if (p[k] < mesh.bboxMin[k]) mesh.bboxMin[k] = p[k];
+        if (p[k] > mesh.bboxMax[k]) mesh.bboxMax[k] = p[k];
+    }
+}
+
+uint32_t AppendVertex(L_LUMOMESH& mesh, const float* p)
+{
+    const uint32_t id = mesh.vertices.count;
+    LM_VERTEX* vertex = AppendRecord(mesh.vertices);
+    for (int k = 0; k < 3; ++k) vertex->position[k] = p[k];
+    vertex->edge = LM_NONE;
+    vertex->flags |= LM_LIVE;
+    ++mesh.vertexSlots;
+    ++mesh.vertexCount;
+    WidenBox(mesh, p);
+    return id;
+}
+
+uint32_t AppendEdge(L_LUMOMESH& mesh, uint32_t a, uint32_t b, uint32_t facet)
+{
+    const uint32_t id = mesh.edges.count;
+    LM_EDGE* edge = AppendRecord(mesh.edges);
+    edge->vertex[0] = a;
+    edge->vertex[1] = b;
+    edge->facet[0] = facet;
+    edge->facet[1] = LM_NONE;
+    edge->flags |= LM_LIVE;
+    ++mesh.edgeSlots;
+    ++mesh.edgeCount;
+    return id;
+}
+
+void CopyPosition(const L_LUMOMESH& mesh, uint32_t v, float* p)
+{
+    const LM_VERTEX* vertex = mesh.vertices.Peek(v);
+    for (int k = 0; k < 3; ++k) p[k] = vertex->position[k];
+}
+
+// Writes corners, sides, normal and the live bit; groupId is left as the slot holds it.
+void WriteFacet(L_LUMOMESH& mesh, uint32_t f, const uint32_t* corner, const uint32_t* side)
+{
+    LM_FACET* facet = mesh.facets.At(f);
+    if (!facet) throw 0;
+    float p[3][3];
+    for (int k = 0; k < 3; ++k) {
+        facet->vertex[k] = corner[k];
+        facet->edge[k] = side[k];
+        CopyPosition(mesh, corner[k], p[k]);
+    }
+    float normal[3];
+    ComputeFacetNormal(p[0], p[1], p[2], normal);
+    for (int k = 0; k < 3; ++k) facet->normal[k] = normal[k];
+    facet->flags |= LM_LIVE;
+}
+
+void SetVertexEdge(L_LUMOMESH& mesh, uint32_t v, uint32_t e) { mesh.vertices.At(v)->edge = e; }
+
+// Edges created by one build, found by their two ends. Each edge is chained under
+// its smaller end; only edges made through this index are known to it.
+class EdgeIndex {
+public:
+    // Edges may only join vertices from firstVertex on.
+    EdgeIndex(const L_LUMOMESH& mesh, uint32_t firstVertex, uint32_t expectedEdges)
+        : firstVertex_(firstVertex), firstEdge_(mesh.edges.count)
+    {
+        next_.reserve(expectedEdges);
+    }
+
+    // The edge joining a and b: an existing one gets `facet` as its second facet,
+    // a new one gets it as its first.
+    uint32_t Join(L_LUMOMESH& mesh, uint32_t a, uint32_t b, uint32_t facet)
+    {
+        const uint32_t low = std::min(a, b), high = std::max(a, b);
+        const uint32_t slot = low - firstVertex_;
+        if (slot >= head_.size()) head_.resize(size_t(slot) + 1 + head_.size() / 2, LM_NONE);
+        for (uint32_t e = head_[slot]; e != LM_NONE; e = next_[e - firstEdge_]) {
+            LM_EDGE* edge = mesh.edges.At(e);
+            if (edge->vertex[1] == high) {
+                edge->facet[1] = facet;
+                return e;
+            }
+        }
+        const uint32_t e = AppendEdge(mesh, low, high, facet);
+        next_.push_back(head_[slot]);
+        head_[slot] = e;
+        return e;
+    }
+
+private:
+    uint32_t firstVertex_;
+    uint32_t firstEdge_;
+    std::vector<uint32_t> head_;  // per vertex: newest edge chained under it
+    std::vector<uint32_t> next_;  // per edge: the next edge of the same chain
+};
+
+// Adds the facet on corners a, b, c: shared edges, facet record, counts, and the
+// vertex-to-edge links (the last facet to touch a vertex decides).
+void AddFacetOnVertices(L_LUMOMESH& mesh, EdgeIndex& edgeIndex, const uint32_t* corner)
+{
+    const uint32_t f = mesh.facets.count;
+    uint32_t side[3];
+    for (int k = 0; k < 3; ++k) side[k] = edgeIndex.Join(mesh, corner[k], corner[(k + 1) % 3], f);
+    WriteFacet(mesh, f, corner, side);
+    ++mesh.facetSlots;
+    ++mesh.facetCount;
+    for (int k = 0; k < 3; ++k) SetVertexEdge(mesh, corner[k], side[k]);
+}
+
+void AddIndexedFacets(L_LUMOMESH& mesh, const int* indices, uint32_t indexCount)
+{
+    if (indexCount < 3) return;
+    EdgeIndex edgeIndex(mesh, 0, indexCount / 2);
+    const int64_t vertexLimit = mesh.vertices.count;
+    for (uint32_t i = 2; i < indexCount; i += 3) {
+        const int* triple = indices + (i - 2);
+        // An index outside the vertex table would grow the store without bound: skip the triangle.
+        bool valid = true;
+        for (int k = 0; k < 3; ++k) valid = valid && triple[k] >= 0 && triple[k] < vertexLimit;
+        if (!valid) continue;
+        const uint32_t corner[3] = {uint32_t(triple[0]), uint32_t(triple[1]), uint32_t(triple[2])};
+        AddFacetOnVertices(mesh, edgeIndex, corner);
+    }
+}
+
+template <class Real>
+bool CreateFromIndexed(L_LUMOMESH& mesh, const Real* coords, uint32_t vertexCount, const int* indices,
+                       uint32_t indexCount)
+{
+    mesh.Reset();
+    if (!coords) vertexCount = 0;
+    if (!indices) indexCount = 0;
+    try {
+        for (uint32_t v = 0; v < vertexCount; ++v) {
+            const float p[3] = {float(coords[3 * size_t(v)]), float(coords[3 * size_t(v) + 1]),
+                                float(coords[3 * size_t(v) + 2])};
+            AppendVertex(mesh, p);
+        }
+        AddIndexedFacets(mesh, indices, indexCount);
+    } catch (...) {
+        // Out of memory: the mesh keeps what was built so far.
+    }
+    return true;
+}
+
+struct Position {
+    float p[3];
+};
+
+uint32_t HashPosition(const float* p)
+{
+    uint32_t h = 0x811C9DC5u;
+    for (int k = 0; k < 3; ++k) {
+        const float value = p[k] == 0.0f ? 0.0f : p[k];  // -0 and +0 compare equal
+        uint32_t bits;
+        std::memcpy(&bits, &value, sizeof bits);
+        h = (h ^ bits) * 0x9E3779B1u;
+        h ^= h >> 15;
+    }
+    return h;
+}
+
+bool SamePosition(const float* p, const float* q) { return p[0] == q[0] && p[1] == q[1] && p[2] == q[2]; }
+
+// Exact welding: an open-addressing table of vertex ids keyed by position.
+class ExactVertexIndex {
+public:
+    ExactVertexIndex(const std::vector<Position>& positions, uint32_t firstVertex, uint32_t expected)
+        : positions_(positions), firstVertex_(firstVertex)
+    {
+        uint32_t capacity = 1024;
+        while (capacity < expected && capacity < (1u << 31)) capacity *= 2;
+        slots_.assign(capacity, LM_NONE);
+    }
+
+    // The vertex at exactly p, or else newId, which is then entered.
+    uint32_t FindOrAdd(const float* p, uint32_t newId)
+    {
+        const uint32_t mask = uint32_t(slots_.size() - 1);
+        for (uint32_t s = HashPosition(p) & mask;; s = (s + 1) & mask) {
+            const uint32_t id = slots_[s];
+            if (id == LM_NONE) {
+                slots_[s] = newId;
+                if (++used_ * 2 > slots_.size()) Grow();
+                return newId;
+            }
+            if (SamePosition(positions_[id - firstVertex_].p, p)) return id;
+        }
+    }
+
+private:
+    void Grow()
+    {
+        std::vector<uint32_t> old(slots_.size() * 2, LM_NONE);
+        old.swap(slots_);
+        const uint32_t mask = uint32_t(slots_.size() - 1);
+        for (uint32_t id : old) {
+            if (id == LM_NONE) continue;
+            uint32_t s = HashPosition(positions_[id - firstVertex_].p) & mask;
+            while (slots_[s] != LM_NONE) s = (s + 1) & mask;
+            slots_[s] = id;
+        }
+    }
+
+    const std::vector<Position>& positions_;
+    uint32_t firstVertex_;
+    uint32_t used_ = 0;
+    std::vector<uint32_t> slots_;
+};
+
+struct ToleranceCompare {
+    const std::vector<Position>* positions = nullptr;
+    uint32_t firstVertex = 0;
+    float tolerance2 = 0.0f;
+    Position probe{};
+
+    const float* At(uint32_t id) const { return id == kProbe ? probe.p : (*positions)[id - firstVertex].p; }
+    int operator()(uint32_t a, uint32_t b) const { return CompareVertexToTolerance(At(a), At(b), tolerance2); }
+};
+
+}  // namespace
+
+int CompareVertexToTolerance(const float* p, const float* q, float tolerance2)
+{
+    const float dx = p[0] - q[0], dy = p[1] - q[1], dz = p[2] - q[2];
+    const float d = dy * dy + dx * dx + dz * dz;
+    if (d < tolerance2) return 0;
+    for (int k = 0; k < 3; ++k) {
+        if (q[k] > p[k]) return -1;
+        if (p[k] > q[k]) return 1;
+    }
+    return 0;
+}
+
+struct MergingInserter::State {
+    State(L_LUMOMESH& target, float tolerance, uint32_t expectedTriangles)
+        : mesh(target), firstVertex(target.vertices.count), tolerance2(tolerance * tolerance),
+          edgeIndex(target, firstVertex, expectedTriangles + expectedTriangles / 2),
+          exactIndex(positions, firstVertex, tolerance2 > 0.0f ? 0 : expectedTriangles)
+    {
+        positions.reserve(expectedTriangles / 2 + 16);
+        ToleranceCompare compare;
+        compare.positions = &positions;
+        compare.firstVertex = firstVertex;
+        compare.tolerance2 = tolerance2;
+        tree.SetCompare(compare);
+    }
+
+    bool Exact() const { return !(tolerance2 > 0.0f); }  // tolerance 0 (or NaN) welds equal positions only
+
+    uint32_t WeldCorner(const float* p)
+    {
+        const uint32_t newId = mesh.vertices.count;
+        uint32_t id = newId;
+        if (Exact()) {
+            id = exactIndex.FindOrAdd(p, newId);
+        } else {
+            for (int k = 0; k < 3; ++k) tree.GetCompare().probe.p[k] = p[k];
+            if (tree.FindOrInsert(kProbe, newId, id) == LTreeInsert::NoMemory) throw 0;
+        }
+        if (id != newId) return id;
+        positions.push_back(Position{{p[0], p[1], p[2]}});
+        return AppendVertex(mesh, p);
+    }
+
+    L_LUMOMESH& mesh;
+    uint32_t firstVertex;
+    float tolerance2;
+    std::vector<Position> positions;  // of the vertices created here, from firstVertex on
+    EdgeIndex edgeIndex;
+    ExactVertexIndex exactIndex;
+    LTreeCore<ToleranceCompare> tree;
+};
+
+MergingInserter::MergingInserter(L_LUMOMESH& mesh, float tolerance, uint32_t expectedTriangles)
+    : state_(std::make_unique<State>(mesh, tolerance, expectedTriangles))
+{
+}
+
+MergingInserter::~MergingInserter() = default;
+
+bool MergingInserter::AddMergedFacet(const float* corners)
+{
+    try {
+        uint32_t corner[3];
+        for (int k = 0; k < 3; ++k) corner[k] = state_->WeldCorner(corners + 3 * k);
+        AddFacetOnVertices(state_->mesh, state_->edgeIndex, corner);
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+uint32_t LMeshAddTriangle(L_LUMOMESH& mesh, uint32_t p, uint32_t q, uint32_t r, uint32_t groupId)
+{
+    const uint32_t corner[3] = {p, q, r};
+    // Unknown vertex ids would reach past the vertex store: refuse the facet.
+    for (uint32_t v : corner)
+        if (v >= mesh.vertices.count) return LM_NONE;
+    const uint32_t f = mesh.facets.count, e = mesh.edges.count;
+    try {
+        uint32_t side[3];
+        for (int k = 0; k < 3; ++k) side[k] = AppendEdge(mesh, corner[k], corner[(k + 1) % 3], f);
+        WriteFacet(mesh, f, corner, side);
+        mesh.facets.At(f)->groupId = groupId;
+    } catch (...) {
+        return LM_NONE;
+    }
+    for (int k = 0; k < 3; ++k) {
+        LM_VERTEX* vertex = mesh.vertices.At(corner[k]);
+        if (vertex->edge == LM_NONE) vertex->edge = e + k;
+    }
+    ++mesh.facetSlots;
+    ++mesh.facetCount;
+    if (groupId >= mesh.groupCount) mesh.groupCount = groupId + 1;
+    return f;
+}
+
+uint32_t LMeshAddTriangle(L_LUMOMESH& mesh, const float* p0, const float* p1, const float* p2, uint32_t groupId)
+{
+    if (!p0 || !p1 || !p2) return LM_NONE;
+    const float* point[3] = {p0, p1, p2};
+    const uint32_t w = mesh.vertices.count;
+    try {
+        for (const float* p : point) AppendVertex(mesh, p);
+    } catch (...) {
+        return LM_NONE;
+    }
+    // The new vertices have no edge yet, so each gets the edge that starts at it.
+    return LMeshAddTriangle(mesh, w, w + 1, w + 2, groupId);
+}
+
+bool LMeshCreateFromIndexedTriangles(L_LUMOMESH& mesh, const float* coords, uint32_t vertexCount,
+                                     const int* indices, uint32_t indexCount)
+{
+    return CreateFromIndexed(mesh, coords, vertexCount, indices, indexCount);
+}
+
+bool LMeshCreateFromIndexedTriangles(L_LUMOMESH& mesh, const double* coords, uint32_t vertexCount,
+                                     const int* indices, uint32_t indexCount)
+{
+    return CreateFromIndexed(mesh, coords, vertexCount, indices, indexCount);
+}
+
+short LMeshReadVertexListIntoLumoMesh(const float* triangles, int triangleCount, L_LUMOMESH& mesh, float tolerance,
+                                      short units)
+{
+    if (!triangles || triangleCount <= 0) return 0;
+    constexpr float kInch = 25.4f;
+    try {
+        MergingInserter inserter(mesh, tolerance, uint32_t(triangleCount));
+        for (int t = 0; t < triangleCount; ++t) {
+            float corners[9];
+            for (int k = 0; k < 9; ++k) corners[k] = triangles[9 * size_t(t) + k];
+            if (units == 1)
+                for (float& c : corners) c *= kInch;
+            if (!inserter.AddMergedFacet(corners)) break;
+        }
+    } catch (...) {
+        // Out of memory while sizing the lookups: nothing was added.
+    }
+    return 0;
+}

@@ -1,2 +1,214 @@
 #include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <vector>
+
 #include "LMesh.h"
+#include "TestMeshes.h"
+
+using testmesh::ExpectMeshConsistent;
+using testmesh::FromIndexed;
+
+namespace {
+
+// The twelve cube facets as soup, nine floats each, corners in winding order.
+std::vector<float> CubeSoup()
+{
+    L_LUMOMESH cube = testmesh::MakeCube();
+    std::vector<float> soup;
+    for (uint32_t f = 0; f < cube.facets.count; ++f)
+        for (uint32_t v : cube.facets.Peek(f)->vertex)
+            for (float c : cube.vertices.Peek(v)->position) soup.push_back(c);
+    return soup;
+}
+
+const LM_EDGE& Edge(const L_LUMOMESH& mesh, uint32_t e) { return *mesh.edges.Peek(e); }
+
+}  // namespace
+
+TEST(CreateFromIndexed, EmptyInputResetsTheMesh)
+{
+    L_LUMOMESH mesh = testmesh::MakeCube();
+    EXPECT_TRUE(LMeshCreateFromIndexedTriangles(mesh, static_cast<const float*>(nullptr), 0, nullptr, 0));
+    EXPECT_EQ(mesh.facets.count, 0u);
+    EXPECT_EQ(mesh.vertices.count, 0u);
+    EXPECT_EQ(mesh.groupCount, 1u);
+}
+
+TEST(CreateFromIndexed, CubeHasSharedEdgesAndExactNormals)
+{
+    L_LUMOMESH cube = testmesh::MakeCube();
+    EXPECT_EQ(cube.vertexCount, 8u);
+    EXPECT_EQ(cube.edgeCount, 18u);
+    EXPECT_EQ(cube.facetCount, 12u);
+    ExpectMeshConsistent(cube);
+    for (uint32_t e = 0; e < cube.edges.count; ++e) {
+        EXPECT_LT(Edge(cube, e).vertex[0], Edge(cube, e).vertex[1]);
+        EXPECT_NE(Edge(cube, e).facet[1], LM_NONE) << "closed: every edge has two facets";
+    }
+    const LM_FACET& bottom = *cube.facets.Peek(0);
+    EXPECT_EQ(bottom.normal[2], -1.0f);
+    EXPECT_EQ(bottom.groupId, 0u);
+    EXPECT_EQ(cube.bboxMax[1], 1.0f);
+    // The last facet to touch a vertex names its edge: vertex 7 last appears as corner 2 of (3,4,7).
+    EXPECT_EQ(cube.vertices.Peek(7)->edge, cube.facets.Peek(11)->edge[2]);
+}
+
+TEST(CreateFromIndexed, TrailingIndicesAndBadIndicesAreSkipped)
+{
+    std::vector<int> indices = {0, 1, 2, 0, 2, 3, 1};
+    std::vector<float> coords = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0};
+    L_LUMOMESH mesh = FromIndexed(coords, indices);
+    EXPECT_EQ(mesh.facetCount, 2u);
+
+    L_LUMOMESH bad = FromIndexed(coords, {0, 1, 2, 0, 2, -1, 0, 2, 4, 0, 2, 3});
+    EXPECT_EQ(bad.facetCount, 2u);
+    EXPECT_EQ(bad.vertices.count, 4u) << "a bad index must not grow the vertex store";
+    ExpectMeshConsistent(bad);
+}
+
+TEST(CreateFromIndexed, DoubleFormMatchesFloatForm)
+{
+    const std::vector<float> coords = {0, 0, 0, 1.5f, 0, 0, 0, 2.25f, 0};
+    const std::vector<double> wide(coords.begin(), coords.end());
+    const int indices[] = {0, 1, 2};
+    L_LUMOMESH a, b;
+    LMeshCreateFromIndexedTriangles(a, coords.data(), 3, indices, 3);
+    LMeshCreateFromIndexedTriangles(b, wide.data(), 3, indices, 3);
+    ASSERT_EQ(a.facets.count, b.facets.count);
+    EXPECT_EQ(0, std::memcmp(a.facets.Peek(0), b.facets.Peek(0), sizeof(LM_FACET)));
+    EXPECT_EQ(0, std::memcmp(a.vertices.Peek(2), b.vertices.Peek(2), sizeof(LM_VERTEX)));
+}
+
+TEST(CreateFromIndexed, ThirdFacetOnAnEdgeOverwritesTheSecond)
+{
+    // Three facets on the edge (0,1): the last one claims facet[1].
+    const std::vector<float> coords = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 1};
+    L_LUMOMESH mesh = FromIndexed(coords, {0, 1, 2, 1, 0, 3, 0, 1, 4});
+    const LM_EDGE& shared = Edge(mesh, mesh.facets.Peek(0)->edge[0]);
+    EXPECT_EQ(mesh.facets.Peek(1)->edge[0], mesh.facets.Peek(0)->edge[0]);
+    EXPECT_EQ(shared.facet[0], 0u);
+    EXPECT_EQ(shared.facet[1], 2u);
+    EXPECT_EQ(mesh.edgeCount, 7u);
+}
+
+TEST(CreateFromIndexed, TriangleWithRepeatedCornerIsStored)
+{
+    L_LUMOMESH mesh = FromIndexed({0, 0, 0, 1, 0, 0}, {0, 1, 1});
+    EXPECT_EQ(mesh.facetCount, 1u);
+    const LM_FACET& facet = *mesh.facets.Peek(0);
+    EXPECT_EQ(facet.edge[0], facet.edge[2]) << "(0,1) and (1,0) are one edge";
+    EXPECT_EQ(Edge(mesh, facet.edge[1]).vertex[0], 1u);
+    EXPECT_EQ(Edge(mesh, facet.edge[1]).vertex[1], 1u);
+    EXPECT_EQ(Edge(mesh, facet.edge[0]).facet[1], 0u) << "the same facet claims its edge twice";
+}
+
+TEST(AddTriangle, ByIdsMakesPrivateEdgesAndKeepsVertexLinks)
+{
+    L_LUMOMESH mesh = testmesh::MakeTriangle();
+    const float minY = mesh.bboxMin[1];
+    const uint32_t f = LMeshAddTriangle(mesh, 2, 1, 0, 7);
+    EXPECT_EQ(f, 1u);
+    EXPECT_EQ(mesh.edgeCount, 6u);
+    EXPECT_EQ(mesh.groupCount, 8u);
+    EXPECT_EQ(mesh.facets.Peek(1)->groupId, 7u);
+    EXPECT_EQ(mesh.facets.Peek(1)->normal[2], -1.0f);
+    EXPECT_EQ(Edge(mesh, 3).vertex[0], 2u) << "edges follow the winding";
+    EXPECT_EQ(Edge(mesh, 3).vertex[1], 1u);
+    EXPECT_EQ(Edge(mesh, 3).facet[0], 1u);
+    EXPECT_EQ(Edge(mesh, 3).facet[1], LM_NONE);
+    EXPECT_EQ(mesh.vertices.Peek(0)->edge, 0u) << "a vertex that has an edge keeps it";
+    EXPECT_EQ(mesh.bboxMin[1], minY);
+    ExpectMeshConsistent(mesh);
+
+    EXPECT_EQ(LMeshAddTriangle(mesh, 0, 1, 99, 0), LM_NONE) << "unknown vertex";
+    EXPECT_EQ(mesh.facets.count, 2u);
+}
+
+TEST(AddTriangle, ByPointsAddsThreeVerticesAndWidensTheBox)
+{
+    L_LUMOMESH mesh;
+    const float p0[3] = {1, 2, 3}, p1[3] = {4, 2, 3}, p2[3] = {1, 6, -3};
+    EXPECT_EQ(LMeshAddTriangle(mesh, p0, p1, p2, 0), 0u);
+    EXPECT_EQ(mesh.vertexCount, 3u);
+    EXPECT_EQ(mesh.edgeCount, 3u);
+    EXPECT_EQ(mesh.vertices.Peek(2)->edge, 2u);
+    EXPECT_EQ(mesh.bboxMin[2], -3.0f);
+    EXPECT_EQ(mesh.bboxMax[1], 6.0f);
+    ExpectMeshConsistent(mesh);
+}
+
+TEST(VertexListBuild, SoupCubeWeldsToTheIndexedCube)
+{
+    const std::vector<float> soup = CubeSoup();
+    for (float tolerance : {0.0f, 1e-4f}) {
+        L_LUMOMESH mesh;
+        EXPECT_EQ(LMeshReadVertexListIntoLumoMesh(soup.data(), 12, mesh, tolerance, 0), 0);
+        EXPECT_EQ(mesh.vertexCount, 8u) << tolerance;
+        EXPECT_EQ(mesh.edgeCount, 18u) << tolerance;
+        EXPECT_EQ(mesh.facetCount, 12u) << tolerance;
+        ExpectMeshConsistent(mesh);
+        for (uint32_t e = 0; e < mesh.edges.count; ++e) EXPECT_NE(Edge(mesh, e).facet[1], LM_NONE);
+    }
+}
+
+TEST(VertexListBuild, ToleranceDecidesNearbyCorners)
+{
+    // Two triangles whose shared corners differ by 1e-5 in x.
+    const float soup[18] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1.00001f, 0, 0, 1, 1, 0, 0, 1, 0};
+    L_LUMOMESH exact, welded;
+    LMeshReadVertexListIntoLumoMesh(soup, 2, exact, 0.0f, 0);
+    LMeshReadVertexListIntoLumoMesh(soup, 2, welded, 1e-4f, 0);
+    EXPECT_EQ(exact.vertexCount, 5u);
+    EXPECT_EQ(welded.vertexCount, 4u);
+    EXPECT_EQ(welded.edgeCount, 5u);
+}
+
+TEST(VertexListBuild, SignedZerosAreOnePosition)
+{
+    const float soup[18] = {0, 0, 0, 1, 0, 0, 0, 1, 0, -0.0f, -0.0f, 0, 0, -1, 0, 1, 0, -0.0f};
+    L_LUMOMESH mesh;
+    LMeshReadVertexListIntoLumoMesh(soup, 2, mesh, 0.0f, 0);
+    EXPECT_EQ(mesh.vertexCount, 4u);
+}
+
+TEST(VertexListBuild, InchesScaleBeforeWelding)
+{
+    // Corner 0 of the second triangle lies 0.004 in (0.1016 mm) beyond vertex 1 in x:
+    // welded at 0.2 but not at 0.05. It sorts past every vertex, so any tree finds it.
+    const float soup[18] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1.004f, 0, 0, 2, 1, 0, 0, 1, 0};
+    L_LUMOMESH loose, tight;
+    LMeshReadVertexListIntoLumoMesh(soup, 2, loose, 0.2f, 1);
+    LMeshReadVertexListIntoLumoMesh(soup, 2, tight, 0.05f, 1);
+    EXPECT_EQ(loose.vertexCount, 4u);
+    EXPECT_EQ(tight.vertexCount, 5u);
+    EXPECT_EQ(tight.vertices.Peek(1)->position[0], 1.0f * 25.4f);
+}
+
+TEST(VertexListBuild, AddsToAMeshWithoutWeldingToIt)
+{
+    const std::vector<float> soup = CubeSoup();
+    L_LUMOMESH mesh = testmesh::MakeCube();
+    LMeshReadVertexListIntoLumoMesh(soup.data(), 12, mesh, 0.0f, 0);
+    EXPECT_EQ(mesh.vertexCount, 16u);
+    EXPECT_EQ(mesh.edgeCount, 36u);
+    EXPECT_EQ(mesh.facetCount, 24u);
+    EXPECT_EQ(mesh.facets.Peek(12)->vertex[0], 8u);
+    ExpectMeshConsistent(mesh);
+    EXPECT_EQ(LMeshReadVertexListIntoLumoMesh(nullptr, 5, mesh, 0.0f, 0), 0);
+    EXPECT_EQ(LMeshReadVertexListIntoLumoMesh(soup.data(), -1, mesh, 0.0f, 0), 0);
+    EXPECT_EQ(mesh.facetCount, 24u);
+}
+
+TEST(VertexListBuild, NaNCornersAreKeptAsData)
+{
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float soup[9] = {nan, 0, 0, 1, 0, 0, 0, 1, 0};
+    for (float tolerance : {0.0f, 1e-3f}) {
+        L_LUMOMESH mesh;
+        LMeshReadVertexListIntoLumoMesh(soup, 1, mesh, tolerance, 0);
+        EXPECT_EQ(mesh.facetCount, 1u);
+        ExpectMeshConsistent(mesh);
+    }
+}

@@ -1,0 +1,159 @@
+// Small meshes shared by every test file, and the consistency check run after
+// mutations. All makers build through LMeshCreateFromIndexedTriangles (shared edges,
+// vertex[0] < vertex[1]) unless they say otherwise.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "LMesh.h"
+
+namespace testmesh {
+
+inline L_LUMOMESH FromIndexed(const std::vector<float>& coords, const std::vector<int>& indices)
+{
+    L_LUMOMESH mesh;
+    LMeshCreateFromIndexedTriangles(mesh, coords.data(), uint32_t(coords.size() / 3), indices.data(),
+                                    uint32_t(indices.size()));
+    return mesh;
+}
+
+//   2
+//   |\  .
+//   0--1      one facet (0,1,2) in the z = 0 plane, normal +z
+inline L_LUMOMESH MakeTriangle() { return FromIndexed({0, 0, 0, 1, 0, 0, 0, 1, 0}, {0, 1, 2}); }
+
+//       3
+//      /|\        vertices 0 (0,0,0), 1 (1,0,0), 2 (0,1,0), 3 (0,0,1);
+//     / | \       four facets wound outward: (0,2,1) (0,1,3) (1,2,3) (0,3,2)
+//    0--|--1
+//     \ | /
+//       2
+inline L_LUMOMESH MakeTetrahedron()
+{
+    return FromIndexed({0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1}, {0, 2, 1, 0, 1, 3, 1, 2, 3, 0, 3, 2});
+}
+
+//      7-------6
+//     /|      /|     the unit cube [0,1]^3:
+//    4-------5 |     0 (0,0,0) 1 (1,0,0) 2 (1,1,0) 3 (0,1,0)
+//    | 3-----|-2     4 (0,0,1) 5 (1,0,1) 6 (1,1,1) 7 (0,1,1)
+//    |/      |/      twelve facets, two per face, wound outward:
+//    0-------1       bottom 0-1, top 2-3, front 4-5, right 6-7, back 8-9, left 10-11
+inline L_LUMOMESH MakeCube()
+{
+    return FromIndexed({0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0, 0, 0, 1, 1, 0, 1, 1, 1, 1, 0, 1, 1},
+                       {0, 2, 1, 0, 3, 2,  // bottom z = 0
+                        4, 5, 6, 4, 6, 7,  // top z = 1
+                        0, 1, 5, 0, 5, 4,  // front y = 0
+                        1, 2, 6, 1, 6, 5,  // right x = 1
+                        2, 3, 7, 2, 7, 6,  // back y = 1
+                        3, 0, 4, 3, 4, 7}); // left x = 0
+}
+
+//        3   2
+//         \ /
+//     4 -- 0 -- 1     an open fan of four facets around the centre 0:
+//                     (0,1,2) (0,2,3) (0,3,4) (0,4,5); 0 is a boundary vertex
+//         5           with edges (0,1) and (0,5) on the boundary
+inline L_LUMOMESH MakeOpenFan()
+{
+    return FromIndexed({0, 0, 0, 2, 0, 0, 1, 2, 0, -1, 2, 0, -2, 0, 0, -1, -2, 0},
+                       {0, 1, 2, 0, 2, 3, 0, 3, 4, 0, 4, 5});
+}
+
+// A flat nx by ny grid of unit squares in z = 0, two facets per square.
+//   vertex (i, j) is j * (nx + 1) + i;  square (i, j) gives facets
+//   (a, b, c) and (a, c, d) with a = (i, j), b = (i+1, j), c = (i+1, j+1), d = (i, j+1)
+inline L_LUMOMESH MakeGrid(int nx, int ny)
+{
+    std::vector<float> coords;
+    for (int j = 0; j <= ny; ++j)
+        for (int i = 0; i <= nx; ++i) coords.insert(coords.end(), {float(i), float(j), 0.0f});
+    std::vector<int> indices;
+    for (int j = 0; j < ny; ++j)
+        for (int i = 0; i < nx; ++i) {
+            const int a = j * (nx + 1) + i, b = a + 1, c = a + nx + 2, d = a + nx + 1;
+            indices.insert(indices.end(), {a, b, c, a, c, d});
+        }
+    return FromIndexed(coords, indices);
+}
+
+// The cube with dead slots of all three kinds:
+// - facet 11 is dead, and its three edges still name it (links linger, as after a
+//   removal that has not yet been tidied);
+// - an extra triangle was added on three new vertices (8, 9, 10) with private edges
+//   (18, 19, 20) as facet 12, then killed together with its vertices and edges.
+inline L_LUMOMESH MakeMeshWithDeadSlots()
+{
+    L_LUMOMESH mesh = MakeCube();
+    const float p0[3] = {5, 5, 5}, p1[3] = {6, 5, 5}, p2[3] = {5, 6, 5};
+    const uint32_t extra = LMeshAddTriangle(mesh, p0, p1, p2, 0);
+    for (uint32_t k = 0; k < 3; ++k) {
+        mesh.vertices.At(mesh.facets.At(extra)->vertex[k])->flags &= 254;
+        mesh.edges.At(mesh.facets.At(extra)->edge[k])->flags &= 254;
+    }
+    mesh.facets.At(extra)->flags &= 254;
+    mesh.facets.At(11)->flags &= 254;
+    mesh.vertexCount -= 3;
+    mesh.edgeCount -= 3;
+    mesh.facetCount -= 2;
+    return mesh;
+}
+
+// Live records name only slots inside their stores, live facets name live corners
+// and edges, and each facet's edge k joins its corners k and k + 1.
+inline void ExpectMeshConsistent(const L_LUMOMESH& mesh)
+{
+    ASSERT_EQ(mesh.vertexSlots, mesh.vertices.count);
+    ASSERT_EQ(mesh.edgeSlots, mesh.edges.count);
+    ASSERT_EQ(mesh.facetSlots, mesh.facets.count);
+    uint32_t liveFacets = 0;
+    for (uint32_t f = 0; f < mesh.facets.count; ++f) {
+        const LM_FACET& facet = *mesh.facets.Peek(f);
+        if (!(facet.flags & LM_LIVE)) continue;
+        ++liveFacets;
+        for (int k = 0; k < 3; ++k) {
+            const uint32_t v = facet.vertex[k], e = facet.edge[k], w = facet.vertex[(k + 1) % 3];
+            ASSERT_LT(v, mesh.vertices.count) << "facet " << f;
+            ASSERT_LT(e, mesh.edges.count) << "facet " << f;
+            EXPECT_TRUE(mesh.vertices.Peek(v)->flags & LM_LIVE) << "facet " << f;
+            const LM_EDGE& edge = *mesh.edges.Peek(e);
+            EXPECT_TRUE(edge.flags & LM_LIVE) << "facet " << f;
+            const bool joins = (edge.vertex[0] == v && edge.vertex[1] == w) || (edge.vertex[0] == w && edge.vertex[1] == v);
+            EXPECT_TRUE(joins) << "facet " << f << " side " << k;
+        }
+    }
+    EXPECT_EQ(liveFacets, mesh.facetCount);
+    for (uint32_t e = 0; e < mesh.edges.count; ++e) {
+        const LM_EDGE& edge = *mesh.edges.Peek(e);
+        if (!(edge.flags & LM_LIVE)) continue;
+        for (uint32_t facet : edge.facet) {
+            if (facet == LM_NONE) continue;
+            EXPECT_LT(facet, mesh.facets.count) << "edge " << e;
+        }
+    }
+}
+
+// The ids listed in a BaseList, as a vector for whole-list comparison.
+inline std::vector<uint32_t> Ids(const BaseList<uint32_t>& list)
+{
+    std::vector<uint32_t> ids;
+    for (uint32_t i = 0; i < list.count; ++i) ids.push_back(*list.Peek(i));
+    return ids;
+}
+
+//      3---2
+//     / \ / \       a closed fan of six facets around the centre 0, a regular
+//    4---0---1      hexagon of radius 2 in z = 0: (0,1,2) (0,2,3) (0,3,4) (0,4,5)
+//     \ / \ /       (0,5,6) (0,6,1); 0 is an interior vertex, 1..6 lie on the
+//      5---6        boundary. Coordinates are rounded: only the topology matters.
+inline L_LUMOMESH MakeClosedFan()
+{
+    return FromIndexed({0, 0, 0, 2, 0, 0, 1, 1.732f, 0, -1, 1.732f, 0, -2, 0, 0, -1, -1.732f, 0, 1, -1.732f, 0},
+                       {0, 1, 2, 0, 2, 3, 0, 3, 4, 0, 4, 5, 0, 5, 6, 0, 6, 1});
+}
+
+}  // namespace testmesh
