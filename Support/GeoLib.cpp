@@ -1,1 +1,525 @@
+// Geometry primitives on plain records.
+//
+// Everything here is straight vector algebra in double. Two choices are worth
+// knowing: the accurate angle is atan2(|a x b|, a . b), which keeps full precision
+// near 0 and pi where acos of a dot product loses half its digits (Kahan's advice in
+// "Computing Cross-Products and Rotations in 2- and 3-Dimensional Euclidean Spaces");
+// and rotations are built by Rodrigues' formula, then transposed because our
+// matrices act on row vectors. The 4 x 4 determinant is a Laplace expansion over
+// 2 x 2 minors of the top and bottom row pairs.
 #include "GeoLib.h"
+
+#include <cfloat>
+#include <cmath>
+
+// Values for millimetre parts with float coordinates: a length tolerance above the
+// float rounding of parts up to a few hundred mm, and far below any feature size.
+L_TOLERANCE zefatoll = {1.0e-5, 1.0e-6, 1.0e-9, 1.0e-12, 1.0e7};
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+L_VECTOR Difference(const L_POINT& a, const L_POINT& b)
+{
+    return {b.x - a.x, b.y - a.y, b.z - a.z};
+}
+
+L_VECTOR Cross(const L_VECTOR& a, const L_VECTOR& b)
+{
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+
+double Dot(const L_VECTOR& a, const L_VECTOR& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+
+double Length(const L_VECTOR& v) { return std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z); }
+
+bool IsZero(const L_VECTOR& v) { return v.x == 0.0 && v.y == 0.0 && v.z == 0.0; }
+
+// Dividing by the largest component keeps squares from overflowing or underflowing;
+// only the direction of the result is used.
+L_VECTOR ScaledToUnitMax(const L_VECTOR& v)
+{
+    const double largest = std::fmax(std::fabs(v.x), std::fmax(std::fabs(v.y), std::fabs(v.z)));
+    if (largest == 0.0 || !std::isfinite(largest)) return v;
+    return {v.x / largest, v.y / largest, v.z / largest};
+}
+
+// Replaces an angle in [0, pi] by its complement to 2 pi when b lies clockwise of a
+// about the axis.
+double OrientAboutAxis(double angle, const L_VECTOR& a, const L_VECTOR& b, const L_VECTOR* axis)
+{
+    if (!axis || IsZero(*axis) || angle == 0.0) return angle;
+    if (Dot(Cross(a, b), *axis) < 0.0) return 2.0 * kPi - angle;
+    return angle;
+}
+
+double PlainAngle(const L_VECTOR& a, const L_VECTOR& b, const L_VECTOR* axis)
+{
+    const double lengths = Length(a) * Length(b);
+    if (lengths == 0.0) return 0.0;
+    double cosine = Dot(a, b) / lengths;
+    if (cosine > 1.0) cosine = 1.0;
+    if (cosine < -1.0) cosine = -1.0;
+    return OrientAboutAxis(std::acos(cosine), a, b, axis);
+}
+
+double AccurateAngle(const L_VECTOR& a, const L_VECTOR& b, const L_VECTOR* axis)
+{
+    if (IsZero(a) || IsZero(b)) return 0.0;
+    const L_VECTOR sa = ScaledToUnitMax(a);
+    const L_VECTOR sb = ScaledToUnitMax(b);
+    const L_VECTOR c = Cross(sa, sb);
+    const double angle = std::atan2(std::hypot(c.x, c.y, c.z), Dot(sa, sb));
+    return OrientAboutAxis(angle, sa, sb, axis);
+}
+
+// The unit vector of v, or false when v is too short to have a direction.
+bool UnitOf(const L_VECTOR& v, L_VECTOR* unit)
+{
+    *unit = v;
+    return normalise(unit) == 0;
+}
+
+L_POINT Transform(const L_POINT& p, const double* m)
+{
+    return {p.x * m[0] + p.y * m[4] + p.z * m[8] + m[12],
+            p.x * m[1] + p.y * m[5] + p.z * m[9] + m[13],
+            p.x * m[2] + p.y * m[6] + p.z * m[10] + m[14]};
+}
+
+L_VECTOR TransformVector(const L_VECTOR& v, const double* m)
+{
+    return {v.x * m[0] + v.y * m[4] + v.z * m[8], v.x * m[1] + v.y * m[5] + v.z * m[9],
+            v.x * m[2] + v.y * m[6] + v.z * m[10]};
+}
+
+// Powers of ten are exact in double up to 1e22.
+double PowerOfTen(int n)
+{
+    double p = 1.0;
+    for (int k = 0; k < n; ++k) p *= 10.0;
+    return p;
+}
+
+}  // namespace
+
+short L_WORKPLANE::Set(const L_POINT& origin, const L_VECTOR& xDirection, const L_VECTOR& normal)
+{
+    L_VECTOR z;
+    if (!UnitOf(normal, &z)) return 1;
+    const double along = Dot(xDirection, z);
+    L_VECTOR x;
+    if (!UnitOf({xDirection.x - along * z.x, xDirection.y - along * z.y, xDirection.z - along * z.z}, &x))
+        return 1;
+    origin_ = origin;
+    xAxis_ = x;
+    zAxis_ = z;
+    yAxis_ = Cross(z, x);
+    return 0;
+}
+
+double dist_PP(const L_POINT* a, const L_POINT* b) { return Length(Difference(*a, *b)); }
+
+double real_dist_PP(const L_POINT* a, const L_POINT* b)
+{
+    const L_VECTOR d = Difference(*a, *b);
+    return std::hypot(d.x, d.y, d.z);
+}
+
+float dist_PP3f(const L_POINT3f* a, const L_POINT3f* b)
+{
+    const float dx = b->x - a->x;
+    const float dy = b->y - a->y;
+    const float dz = b->z - a->z;
+    const float squares = dx * dx + dy * dy + dz * dz;
+    return float(std::sqrt(double(squares)));
+}
+
+double dist_PPl(const L_POINT* p, const L_PLANE* plane)
+{
+    const double length = Length(plane->normal);
+    if (length <= zefatoll.zero) return 0.0;
+    return Dot(Difference(plane->point, *p), plane->normal) / length;
+}
+
+double real_dist_PS(const L_POINT& p, const L_SEGM& segment)
+{
+    L_POINT closest;
+    project_point_onto_segment(p, segment, &closest, nullptr);
+    return real_dist_PP(&p, &closest);
+}
+
+double min_dist_point_bbox(const L_POINT& p, const L_BOUNDS& box)
+{
+    const double coords[3] = {p.x, p.y, p.z};
+    double squares = 0.0;
+    for (int k = 0; k < 3; ++k) {
+        if (box.min[k] > box.max[k]) return DBL_MAX;
+        double gap = 0.0;
+        if (coords[k] < box.min[k]) gap = box.min[k] - coords[k];
+        else if (coords[k] > box.max[k]) gap = coords[k] - box.max[k];
+        squares += gap * gap;
+    }
+    return std::sqrt(squares);
+}
+
+double modulus(const L_VECTOR* v) { return Length(*v); }
+
+double real_modulus(const L_VECTOR* v) { return std::hypot(v->x, v->y, v->z); }
+
+double adotb(const L_VECTOR* a, const L_VECTOR* b) { return Dot(*a, *b); }
+
+double vector_angle(const L_VECTOR* a, const L_VECTOR* b, const L_VECTOR* axis)
+{
+    return PlainAngle(*a, *b, axis);
+}
+
+double vector_angle(const L_VECTOR& a, const L_VECTOR& b, const L_VECTOR* axis)
+{
+    return PlainAngle(a, b, axis);
+}
+
+double real_vector_angle(const L_VECTOR* a, const L_VECTOR* b, const L_VECTOR* axis)
+{
+    return AccurateAngle(*a, *b, axis);
+}
+
+double real_vector_angle(const L_VECTOR& a, const L_VECTOR& b, const L_VECTOR* axis)
+{
+    return AccurateAngle(a, b, axis);
+}
+
+short vector_orientation(const L_VECTOR& a, const L_VECTOR& b, double tolerance)
+{
+    L_VECTOR ua, ub;
+    if (!UnitOf(a, &ua) || !UnitOf(b, &ub)) return 0;
+    const L_VECTOR apart = {ua.x - ub.x, ua.y - ub.y, ua.z - ub.z};
+    if (Length(apart) <= tolerance) return 1;
+    const L_VECTOR against = {ua.x + ub.x, ua.y + ub.y, ua.z + ub.z};
+    if (Length(against) <= tolerance) return -1;
+    return 0;
+}
+
+short new_vector_orientation(const L_VECTOR& a, const L_VECTOR& b, double tolerance)
+{
+    L_VECTOR ua, ub;
+    if (!UnitOf(a, &ua) || !UnitOf(b, &ub)) return 0;
+    const double angle = AccurateAngle(ua, ub, nullptr);
+    if (angle <= tolerance) return 1;
+    if (angle >= kPi - tolerance) return -1;
+    return 0;
+}
+
+short coincident_points(const L_POINT& a, const L_POINT& b)
+{
+    return coincident_points(&a, &b, zefatoll.length);
+}
+
+short coincident_points(const L_POINT* a, const L_POINT* b, double tolerance)
+{
+    return std::fabs(a->x - b->x) <= tolerance && std::fabs(a->y - b->y) <= tolerance &&
+           std::fabs(a->z - b->z) <= tolerance;
+}
+
+void check_bb_overlapping(const L_BOUNDS& a, const L_BOUNDS& b, short* overlap)
+{
+    if (!overlap) return;
+    *overlap = 0;
+    for (int k = 0; k < 3; ++k) {
+        // Written as positive tests so that an inverted box or a NaN bound fails.
+        const bool bothProper = a.min[k] <= a.max[k] && b.min[k] <= b.max[k];
+        if (!bothProper || !(a.min[k] <= b.max[k] && b.min[k] <= a.max[k])) return;
+    }
+    *overlap = 1;
+}
+
+short validate_P(L_POINT* p, bool checkRange)
+{
+    if (!p) return 1;
+    for (double c : {p->x, p->y, p->z}) {
+        if (!std::isfinite(c)) return 1;
+        if (checkRange && std::fabs(c) > zefatoll.worldSize) return 1;
+    }
+    return 0;
+}
+
+double rounds(double value, short decimals)
+{
+    if (!std::isfinite(value)) return value;
+    // Doubles from 2^52 up are whole numbers; there is nothing left to round.
+    constexpr double kWhole = 4503599627370496.0;
+    const int places = decimals < -22 ? -22 : decimals > 22 ? 22 : decimals;
+    if (places >= 0) {
+        const double scale = PowerOfTen(places);
+        const double scaled = value * scale;
+        if (std::fabs(scaled) >= kWhole) return value;
+        return std::round(scaled) / scale;
+    }
+    const double scale = PowerOfTen(-places);
+    return std::round(value / scale) * scale;
+}
+
+double toll_testp(double tolerance)
+{
+    return tolerance >= zefatoll.length ? tolerance : zefatoll.length;
+}
+
+double toll_testa(double tolerance) { return tolerance >= zefatoll.angle ? tolerance : zefatoll.angle; }
+
+double toll_testp_param(double tolerance, double length)
+{
+    if (!(length > zefatoll.length)) return 1.0;
+    const double parameter = toll_testp(tolerance) / length;
+    if (parameter > 1.0) return 1.0;
+    return parameter >= zefatoll.parameter ? parameter : zefatoll.parameter;
+}
+
+void vector_PP(const L_POINT* a, const L_POINT* b, L_VECTOR* v) { *v = Difference(*a, *b); }
+
+short nvector_PP(const L_POINT* a, const L_POINT* b, L_VECTOR* v)
+{
+    if (UnitOf(Difference(*a, *b), v)) return 0;
+    *v = {0.0, 0.0, 0.0};
+    return 1;
+}
+
+short normalise(L_VECTOR* v)
+{
+    const double length = Length(*v);
+    // Also refuses NaN and infinite lengths, which have no direction to keep.
+    if (!(length > zefatoll.zero) || !std::isfinite(length)) return 1;
+    v->x /= length;
+    v->y /= length;
+    v->z /= length;
+    return 0;
+}
+
+short naXb(const L_VECTOR* a, const L_VECTOR* b, L_VECTOR* out)
+{
+    if (UnitOf(Cross(*a, *b), out)) return 0;
+    *out = {0.0, 0.0, 0.0};
+    return 1;
+}
+
+void nvector_arbitraryaxis(const L_VECTOR* n, L_VECTOR* first, L_VECTOR* second)
+{
+    L_VECTOR z;
+    if (!UnitOf(*n, &z)) {
+        *first = {1.0, 0.0, 0.0};
+        *second = {0.0, 1.0, 0.0};
+        return;
+    }
+    // The world axis after n's dominant one is never closer than 45 degrees to n, so
+    // its part at right angles to n is always well conditioned.
+    const double size[3] = {std::fabs(z.x), std::fabs(z.y), std::fabs(z.z)};
+    int dominant = 0;
+    if (size[1] > size[dominant]) dominant = 1;
+    if (size[2] > size[dominant]) dominant = 2;
+    L_VECTOR world = {0.0, 0.0, 0.0};
+    double along = 0.0;
+    switch ((dominant + 1) % 3) {
+    case 0: world.x = 1.0; along = z.x; break;
+    case 1: world.y = 1.0; along = z.y; break;
+    default: world.z = 1.0; along = z.z; break;
+    }
+    L_VECTOR a = {world.x - along * z.x, world.y - along * z.y, world.z - along * z.z};
+    normalise(&a);
+    const L_VECTOR b = Cross(z, a);
+    *first = a;
+    *second = b;
+}
+
+void mean_point(const L_POINT& a, const L_POINT& b, L_POINT* mid)
+{
+    *mid = {(a.x + b.x) * 0.5, (a.y + b.y) * 0.5, (a.z + b.z) * 0.5};
+}
+
+short plane_PPP(const L_POINT* p1, const L_POINT* p2, const L_POINT* p3, L_PLANE* plane)
+{
+    const L_POINT origin = *p1;
+    L_VECTOR normal;
+    const bool found = UnitOf(Cross(Difference(*p1, *p2), Difference(*p1, *p3)), &normal);
+    plane->point = origin;
+    plane->normal = found ? normal : L_VECTOR{0.0, 0.0, 0.0};
+    return found ? 0 : 1;
+}
+
+void project_point_on_vector(const L_POINT* p, const L_VECTOR* direction, double distance,
+                             L_POINT* out)
+{
+    L_VECTOR unit;
+    if (!UnitOf(*direction, &unit)) {
+        *out = *p;
+        return;
+    }
+    *out = {p->x + distance * unit.x, p->y + distance * unit.y, p->z + distance * unit.z};
+}
+
+void project_point_onto_plane(const L_POINT* p, const L_PLANE* plane, L_POINT* out)
+{
+    const L_VECTOR& n = plane->normal;
+    if (Length(n) <= zefatoll.zero) {
+        *out = *p;
+        return;
+    }
+    const double t = Dot(Difference(plane->point, *p), n) / Dot(n, n);
+    *out = {p->x - t * n.x, p->y - t * n.y, p->z - t * n.z};
+}
+
+bool project_point_onto_segment(const L_POINT& p, const L_SEGM& segment, L_POINT* out,
+                                double* parameter)
+{
+    const L_VECTOR d = Difference(segment.start, segment.end);
+    bool onSegment = false;
+    double t = 0.0;
+    L_POINT closest = segment.start;
+    if (Length(d) > zefatoll.zero) {
+        t = Dot(Difference(segment.start, p), d) / Dot(d, d);
+        onSegment = t >= 0.0 && t <= 1.0;
+        // The ends are returned exactly rather than as start + 1 * d.
+        if (t <= 0.0) {
+            t = 0.0;
+        } else if (t >= 1.0) {
+            t = 1.0;
+            closest = segment.end;
+        } else {
+            closest = {segment.start.x + t * d.x, segment.start.y + t * d.y, segment.start.z + t * d.z};
+        }
+    }
+    if (out) *out = closest;
+    if (parameter) *parameter = t;
+    return onSegment;
+}
+
+void segment_parameter(const L_SEGM& segment, const L_POINT& p, double* parameter)
+{
+    if (!parameter) return;
+    const L_VECTOR d = Difference(segment.start, segment.end);
+    *parameter = Length(d) > zefatoll.zero ? Dot(Difference(segment.start, p), d) / Dot(d, d) : 0.0;
+}
+
+double mat_determinant(const L_MATRIX* matrix)
+{
+    const double* m = matrix->m;
+    const double s0 = m[0] * m[5] - m[4] * m[1];
+    const double s1 = m[0] * m[6] - m[4] * m[2];
+    const double s2 = m[0] * m[7] - m[4] * m[3];
+    const double s3 = m[1] * m[6] - m[5] * m[2];
+    const double s4 = m[1] * m[7] - m[5] * m[3];
+    const double s5 = m[2] * m[7] - m[6] * m[3];
+    const double c5 = m[10] * m[15] - m[14] * m[11];
+    const double c4 = m[9] * m[15] - m[13] * m[11];
+    const double c3 = m[9] * m[14] - m[13] * m[10];
+    const double c2 = m[8] * m[15] - m[12] * m[11];
+    const double c1 = m[8] * m[14] - m[12] * m[10];
+    const double c0 = m[8] * m[13] - m[12] * m[9];
+    return s0 * c5 - s1 * c4 + s2 * c3 + s3 * c2 - s4 * c1 + s5 * c0;
+}
+
+void mat_transform_point(const L_POINT* p, const L_MATRIX* m, L_POINT* out) { *out = Transform(*p, m->m); }
+
+void mat_transform_pointf(const L_POINT3f* p, const L_MATRIX* m, L_POINT3f* out)
+{
+    const L_POINT q = Transform({p->x, p->y, p->z}, m->m);
+    *out = {float(q.x), float(q.y), float(q.z)};
+}
+
+void mat_transform_vector(const L_VECTOR* v, const L_MATRIX* m, L_VECTOR* out)
+{
+    *out = TransformVector(*v, m->m);
+}
+
+void mat_rotate_vector(const L_VECTOR* v, const L_MATRIX* m, L_VECTOR* out)
+{
+    const double before = Length(*v);
+    L_VECTOR turned = TransformVector(*v, m->m);
+    const double after = Length(turned);
+    if (after <= zefatoll.zero) {
+        *out = {0.0, 0.0, 0.0};
+        return;
+    }
+    const double factor = before / after;
+    *out = {turned.x * factor, turned.y * factor, turned.z * factor};
+}
+
+void mat_WorkPlane_World(const L_WORKPLANE* plane, L_MATRIX* toWorkPlane, L_MATRIX* toWorld)
+{
+    const L_POINT& o = plane->Origin();
+    const L_VECTOR axes[3] = {plane->XAxis(), plane->YAxis(), plane->ZAxis()};
+    const L_VECTOR origin = {o.x, o.y, o.z};
+    if (toWorkPlane) {
+        // Columns are the axes: a world point's coordinates are its dot products
+        // with them, taken from the plane's origin.
+        double* m = toWorkPlane->m;
+        for (int j = 0; j < 3; ++j) {
+            m[0 + j] = axes[j].x;
+            m[4 + j] = axes[j].y;
+            m[8 + j] = axes[j].z;
+            m[12 + j] = -Dot(origin, axes[j]);
+        }
+        m[3] = m[7] = m[11] = 0.0;
+        m[15] = 1.0;
+    }
+    if (toWorld) {
+        // Rows are the axes, the last row the origin.
+        double* m = toWorld->m;
+        for (int i = 0; i < 3; ++i) {
+            m[4 * i + 0] = axes[i].x;
+            m[4 * i + 1] = axes[i].y;
+            m[4 * i + 2] = axes[i].z;
+            m[4 * i + 3] = 0.0;
+        }
+        m[12] = o.x;
+        m[13] = o.y;
+        m[14] = o.z;
+        m[15] = 1.0;
+    }
+}
+
+void mat_identity(L_MATRIX* m)
+{
+    for (int k = 0; k < 16; ++k) m->m[k] = k % 5 == 0 ? 1.0 : 0.0;
+}
+
+void mat_translation(const L_VECTOR* offset, L_MATRIX* m)
+{
+    const L_VECTOR t = *offset;
+    mat_identity(m);
+    m->m[12] = t.x;
+    m->m[13] = t.y;
+    m->m[14] = t.z;
+}
+
+short mat_rotation(const L_VECTOR* axis, double angle, L_MATRIX* m)
+{
+    L_VECTOR k;
+    const bool hasAxis = UnitOf(*axis, &k);
+    mat_identity(m);
+    if (!hasAxis) return 1;
+    const double c = std::cos(angle);
+    const double s = std::sin(angle);
+    const double t = 1.0 - c;
+    // Rodrigues' matrix R acts on columns; row-vector storage keeps its transpose,
+    // so m[4 * r + c] = R[c][r].
+    const double r[3][3] = {{t * k.x * k.x + c, t * k.x * k.y - s * k.z, t * k.x * k.z + s * k.y},
+                            {t * k.x * k.y + s * k.z, t * k.y * k.y + c, t * k.y * k.z - s * k.x},
+                            {t * k.x * k.z - s * k.y, t * k.y * k.z + s * k.x, t * k.z * k.z + c}};
+    for (int row = 0; row < 3; ++row) {
+        for (int col = 0; col < 3; ++col) m->m[4 * row + col] = r[col][row];
+    }
+    return 0;
+}
+
+void mat_product(const L_MATRIX* a, const L_MATRIX* b, L_MATRIX* out)
+{
+    L_MATRIX result;
+    for (int row = 0; row < 4; ++row) {
+        for (int col = 0; col < 4; ++col) {
+            double sum = 0.0;
+            for (int k = 0; k < 4; ++k) sum += a->m[4 * row + k] * b->m[4 * k + col];
+            result.m[4 * row + col] = sum;
+        }
+    }
+    *out = result;
+}
