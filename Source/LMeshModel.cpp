@@ -4,6 +4,8 @@
 // mesh of millions of facets grows without moving a record.
 #include <cfloat>
 #include <cmath>
+#include <cstddef>
+#include <cstring>
 
 #include "LMesh.h"
 
@@ -33,38 +35,20 @@ void TakeStore(BaseList<T>& to, BaseList<T>& from)
 
 }  // namespace
 
+// The header fields lead the class in file order, so the 56 bytes copy as one block.
+static_assert(offsetof(L_LUMOMESH, magic) == 0 && offsetof(L_LUMOMESH, groupCount) == 52,
+              "the mesh class must start with the file header's fields");
+
 LM_MESH_HEADER LMeshGetHeader(const L_LUMOMESH& mesh)
 {
     LM_MESH_HEADER header;
-    header.magic = mesh.magic;
-    header.vertexSlots = mesh.vertexSlots;
-    header.vertexCount = mesh.vertexCount;
-    header.facetSlots = mesh.facetSlots;
-    header.facetCount = mesh.facetCount;
-    header.edgeSlots = mesh.edgeSlots;
-    header.edgeCount = mesh.edgeCount;
-    for (int k = 0; k < 3; ++k) {
-        header.bboxMin[k] = mesh.bboxMin[k];
-        header.bboxMax[k] = mesh.bboxMax[k];
-    }
-    header.groupCount = mesh.groupCount;
+    std::memcpy(&header, reinterpret_cast<const unsigned char*>(&mesh), sizeof header);
     return header;
 }
 
 void LMeshSetHeader(L_LUMOMESH& mesh, const LM_MESH_HEADER& header)
 {
-    mesh.magic = header.magic;
-    mesh.vertexSlots = header.vertexSlots;
-    mesh.vertexCount = header.vertexCount;
-    mesh.facetSlots = header.facetSlots;
-    mesh.facetCount = header.facetCount;
-    mesh.edgeSlots = header.edgeSlots;
-    mesh.edgeCount = header.edgeCount;
-    for (int k = 0; k < 3; ++k) {
-        mesh.bboxMin[k] = header.bboxMin[k];
-        mesh.bboxMax[k] = header.bboxMax[k];
-    }
-    mesh.groupCount = header.groupCount;
+    std::memcpy(reinterpret_cast<unsigned char*>(&mesh), &header, sizeof header);
 }
 
 L_LUMOMESH::L_LUMOMESH()
