@@ -141,11 +141,14 @@ void* LscMemoryMappedFile::Open(const wchar_t* path, eLMMFOpenMode mode, uint32_
     std::string utf8;
     if (!LscWideToUtf8(path, utf8)) return nullptr;
     if (mode != LMMF_READ_ONLY && mode != LMMF_READ_WRITE_EXISTING) return nullptr;
+    // Only regular files map; a FIFO or device is refused before opening, which
+    // could block or disturb whoever is at its other end.
+    struct stat info;
+    if (::stat(utf8.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
     writable_ = mode == LMMF_READ_WRITE_EXISTING;
-    const int fd = ::open(utf8.c_str(), (writable_ ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+    const int fd = ::open(utf8.c_str(), (writable_ ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return nullptr;
     fdPlusOne_ = fd + 1;
-    struct stat info;
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || !Map(uint64_t(info.st_size))) {
         Close();
         return nullptr;
