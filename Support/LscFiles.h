@@ -39,16 +39,19 @@ public:
     LscMemoryMappedFile& operator=(const LscMemoryMappedFile&) = delete;
     ~LscMemoryMappedFile() { Close(); }
 
-    // Maps a whole file and returns its base, or null. Mode 1 maps read-only (and
-    // pre-faults the pages, since every reader here goes through the whole file);
-    // mode 3 maps read-write, shared, on an existing file. The trailing arguments are
+    // Maps a whole regular file and returns its base, or null. Mode 1 maps read-only
+    // and starts read-ahead of the whole file, since every reader here goes through
+    // all of it; mode 3 maps read-write, shared, on an existing file. FIFOs, devices
+    // and directories are refused without being opened. The trailing arguments are
     // unused and must be 0. An open object is closed first.
     // An empty file cannot be mapped, yet it is a valid file: Open then succeeds with
     // Size() 0 and a non-null base that must not be dereferenced; Resize can grow it.
     void* Open(const wchar_t* path, eLMMFOpenMode mode, uint32_t, uint32_t, uint64_t);
     // Sets the size of a read-write mapping's file and remaps it; returns the new base
     // (which may move), or null, in which case the file and mapping keep their old
-    // size. Null too on a read-only or closed object. The flag is unused.
+    // size. Null too on a read-only or closed object. Grown bytes read as zero and
+    // are allocated and faulted in at once, as callers grow a file to fill it. The
+    // flag is unused.
     void* Resize(uint64_t size, bool);
     // Unmaps and closes without forcing a write-back (the kernel writes dirty pages
     // on its own). Safe on a closed or zero-filled object, and twice.
