@@ -174,6 +174,8 @@ void LMeshStopFacetByVertexNavigation();
 // facet and edge records, dead ones included. Path functions try a memory-mapped
 // route first and fall back to stdio; a fallback's success is still reported as
 // false, so false means "the mapped route failed" and the file or mesh may be whole.
+// A read that fails outright (unopenable path, wrong magic, a file shorter than its
+// counts say) leaves the mesh empty; a null path or FILE* leaves it untouched.
 
 bool LMeshWriteToFile(const wchar_t* path, const L_LUMOMESH& mesh);
 bool LMeshWriteToFile(FILE* file, const L_LUMOMESH& mesh);
@@ -183,6 +185,7 @@ bool LMeshReadFileHeader(const wchar_t* path, LM_MESH_HEADER* header);
 // Note: only the maximum x comes from bboxMax; maximum y and z repeat the minimum's.
 bool LMeshReadFileBBox(const wchar_t* path, L_BOUNDS& bounds);
 // Vertex coordinates of every slot, and the corner triples of live facets packed at
-// the front of `facets` (whose size still says three per facet slot).
+// the front of `facets` (whose size still says three per facet slot). False for a
+// file with no vertex or no facet slots, as the arrays would have no data.
 bool LMeshReadMeshDataFromFile(const wchar_t* path, LM_MESH_HEADER& header, TObjArray<float>& vertices,
                                TObjArray<uint32_t>& facets);
