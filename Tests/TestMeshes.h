@@ -152,7 +152,8 @@ inline std::vector<uint32_t> Ids(const BaseList<uint32_t>& list)
 //      5---6        boundary. Coordinates are rounded: only the topology matters.
 inline L_LUMOMESH MakeClosedFan()
 {
-    return FromIndexed({0, 0, 0, 2, 0, 0, 1, 1.732f, 0, -1, 1.732f, 0, -2, 0, 0, -1, -1.732f, 0, 1, -1.732f, 0},
+    const float h = 1.732f;
+    return FromIndexed({0, 0, 0, 2, 0, 0, 1, h, 0, -1, h, 0, -2, 0, 0, -1, -h, 0, 1, -h, 0},
                        {0, 1, 2, 0, 2, 3, 0, 3, 4, 0, 4, 5, 0, 5, 6, 0, 6, 1});
 }
 
