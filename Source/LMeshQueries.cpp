@@ -185,14 +185,14 @@ short WalkFacets(const L_LUMOMESH& mesh, uint32_t v, BaseList<uint32_t>& facets)
     return WalkFan(mesh, v, tracks);
 }
 
-// Appends, for edges[from..], the end of each edge that is not v (vertex[1] when
-// both ends are v). False on an edge id past the store, which only a caller's own
-// entries can hold, or when memory runs out.
-bool AppendOtherEnds(const L_LUMOMESH& mesh, uint32_t v, const BaseList<uint32_t>& edges, uint32_t from,
+// Appends, for every listed edge, its end that is not v (vertex[1] when both ends
+// are v). False on an edge id past the store, which only a caller's own entries can
+// hold, or when memory runs out.
+bool AppendOtherEnds(const L_LUMOMESH& mesh, uint32_t v, const BaseList<uint32_t>& edges,
                      BaseList<uint32_t>& vertices)
 {
     const uint32_t end = edges.count;  // fixed first: the two lists may be one
-    for (uint32_t i = from; i < end; ++i) {
+    for (uint32_t i = 0; i < end; ++i) {
         const LM_EDGE* edge = mesh.edges.Peek(*edges.Peek(i));
         if (!edge) return false;  // a stale id among the caller's entries
         if (!AppendId(vertices, edge->vertex[0] != v ? edge->vertex[0] : edge->vertex[1])) return false;
@@ -398,7 +398,7 @@ short LMeshGetVerticesAroundVertex(const L_LUMOMESH& mesh, const uint32_t& v, Ba
     BaseList<uint32_t> edges;
     const short result = WalkEdges(mesh, centre, edges);
     if (result == kFailed) return kFailed;
-    return AppendOtherEnds(mesh, centre, edges, 0, vertices) ? result : kFailed;
+    return AppendOtherEnds(mesh, centre, edges, vertices) ? result : kFailed;
 }
 
 short LMeshGetEdgesAndVerticesAroundVertex(const L_LUMOMESH& mesh, const uint32_t& v, BaseList<uint32_t>& edges,
@@ -408,7 +408,7 @@ short LMeshGetEdgesAndVerticesAroundVertex(const L_LUMOMESH& mesh, const uint32_
     const short result = WalkEdges(mesh, centre, edges);
     if (result == kFailed || edges.count == 0) return result;
     // Maps from position 0: the caller's earlier entries get their vertices too.
-    return AppendOtherEnds(mesh, centre, edges, 0, vertices) ? result : kFailed;
+    return AppendOtherEnds(mesh, centre, edges, vertices) ? result : kFailed;
 }
 
 short LMeshGetEdgesAroundEdge(const L_LUMOMESH& mesh, const uint32_t& e, BaseList<uint32_t>& edges)
