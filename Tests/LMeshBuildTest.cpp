@@ -18,8 +18,8 @@ std::vector<float> CubeSoup()
     L_LUMOMESH cube = testmesh::MakeCube();
     std::vector<float> soup;
     for (uint32_t f = 0; f < cube.facets.count; ++f)
-        for (uint32_t v : cube.facets.Peek(f)->vertex)
-            for (float c : cube.vertices.Peek(v)->position) soup.push_back(c);
+        for (int k = 0; k < 3; ++k)
+            for (int c = 0; c < 3; ++c) soup.push_back(+cube.vertices.Peek(cube.facets.Peek(f)->vertex[k])->position[c]);
     return soup;
 }
 
@@ -44,15 +44,15 @@ TEST(CreateFromIndexed, CubeHasSharedEdgesAndExactNormals)
     EXPECT_EQ(cube.facetCount, 12u);
     ExpectMeshConsistent(cube);
     for (uint32_t e = 0; e < cube.edges.count; ++e) {
-        EXPECT_LT(Edge(cube, e).vertex[0], Edge(cube, e).vertex[1]);
-        EXPECT_NE(Edge(cube, e).facet[1], LM_NONE) << "closed: every edge has two facets";
+        EXPECT_LT(+Edge(cube, e).vertex[0], +Edge(cube, e).vertex[1]);
+        EXPECT_NE(+Edge(cube, e).facet[1], LM_NONE) << "closed: every edge has two facets";
     }
     const LM_FACET& bottom = *cube.facets.Peek(0);
     EXPECT_EQ(bottom.normal[2], -1.0f);
     EXPECT_EQ(bottom.groupId, 0u);
     EXPECT_EQ(cube.bboxMax[1], 1.0f);
     // The last facet to touch a vertex names its edge: vertex 7 last appears as corner 2 of (3,4,7).
-    EXPECT_EQ(cube.vertices.Peek(7)->edge, cube.facets.Peek(11)->edge[2]);
+    EXPECT_EQ(+cube.vertices.Peek(7)->edge, +cube.facets.Peek(11)->edge[2]);
 }
 
 TEST(CreateFromIndexed, TrailingIndicesAndBadIndicesAreSkipped)
@@ -87,7 +87,7 @@ TEST(CreateFromIndexed, ThirdFacetOnAnEdgeOverwritesTheSecond)
     const std::vector<float> coords = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 1};
     L_LUMOMESH mesh = FromIndexed(coords, {0, 1, 2, 1, 0, 3, 0, 1, 4});
     const LM_EDGE& shared = Edge(mesh, mesh.facets.Peek(0)->edge[0]);
-    EXPECT_EQ(mesh.facets.Peek(1)->edge[0], mesh.facets.Peek(0)->edge[0]);
+    EXPECT_EQ(+mesh.facets.Peek(1)->edge[0], +mesh.facets.Peek(0)->edge[0]);
     EXPECT_EQ(shared.facet[0], 0u);
     EXPECT_EQ(shared.facet[1], 2u);
     EXPECT_EQ(mesh.edgeCount, 7u);
@@ -99,9 +99,9 @@ TEST(CreateFromIndexed, TriangleWithRepeatedCornerIsStored)
     EXPECT_EQ(mesh.facetCount, 1u);
     const LM_FACET& facet = *mesh.facets.Peek(0);
     EXPECT_EQ(facet.edge[0], facet.edge[2]) << "(0,1) and (1,0) are one edge";
-    EXPECT_EQ(Edge(mesh, facet.edge[1]).vertex[0], 1u);
-    EXPECT_EQ(Edge(mesh, facet.edge[1]).vertex[1], 1u);
-    EXPECT_EQ(Edge(mesh, facet.edge[0]).facet[1], 0u) << "the same facet claims its edge twice";
+    EXPECT_EQ(+Edge(mesh, facet.edge[1]).vertex[0], 1u);
+    EXPECT_EQ(+Edge(mesh, facet.edge[1]).vertex[1], 1u);
+    EXPECT_EQ(+Edge(mesh, facet.edge[0]).facet[1], 0u) << "the same facet claims its edge twice";
 }
 
 TEST(AddTriangle, ByIdsMakesPrivateEdgesAndKeepsVertexLinks)
@@ -112,13 +112,13 @@ TEST(AddTriangle, ByIdsMakesPrivateEdgesAndKeepsVertexLinks)
     EXPECT_EQ(f, 1u);
     EXPECT_EQ(mesh.edgeCount, 6u);
     EXPECT_EQ(mesh.groupCount, 8u);
-    EXPECT_EQ(mesh.facets.Peek(1)->groupId, 7u);
-    EXPECT_EQ(mesh.facets.Peek(1)->normal[2], -1.0f);
-    EXPECT_EQ(Edge(mesh, 3).vertex[0], 2u) << "edges follow the winding";
-    EXPECT_EQ(Edge(mesh, 3).vertex[1], 1u);
-    EXPECT_EQ(Edge(mesh, 3).facet[0], 1u);
-    EXPECT_EQ(Edge(mesh, 3).facet[1], LM_NONE);
-    EXPECT_EQ(mesh.vertices.Peek(0)->edge, 0u) << "a vertex that has an edge keeps it";
+    EXPECT_EQ(+mesh.facets.Peek(1)->groupId, 7u);
+    EXPECT_EQ(+mesh.facets.Peek(1)->normal[2], -1.0f);
+    EXPECT_EQ(+Edge(mesh, 3).vertex[0], 2u) << "edges follow the winding";
+    EXPECT_EQ(+Edge(mesh, 3).vertex[1], 1u);
+    EXPECT_EQ(+Edge(mesh, 3).facet[0], 1u);
+    EXPECT_EQ(+Edge(mesh, 3).facet[1], LM_NONE);
+    EXPECT_EQ(+mesh.vertices.Peek(0)->edge, 0u) << "a vertex that has an edge keeps it";
     EXPECT_EQ(mesh.bboxMin[1], minY);
     ExpectMeshConsistent(mesh);
 
@@ -133,7 +133,7 @@ TEST(AddTriangle, ByPointsAddsThreeVerticesAndWidensTheBox)
     EXPECT_EQ(LMeshAddTriangle(mesh, p0, p1, p2, 0), 0u);
     EXPECT_EQ(mesh.vertexCount, 3u);
     EXPECT_EQ(mesh.edgeCount, 3u);
-    EXPECT_EQ(mesh.vertices.Peek(2)->edge, 2u);
+    EXPECT_EQ(+mesh.vertices.Peek(2)->edge, 2u);
     EXPECT_EQ(mesh.bboxMin[2], -3.0f);
     EXPECT_EQ(mesh.bboxMax[1], 6.0f);
     ExpectMeshConsistent(mesh);
@@ -149,7 +149,7 @@ TEST(VertexListBuild, SoupCubeWeldsToTheIndexedCube)
         EXPECT_EQ(mesh.edgeCount, 18u) << tolerance;
         EXPECT_EQ(mesh.facetCount, 12u) << tolerance;
         ExpectMeshConsistent(mesh);
-        for (uint32_t e = 0; e < mesh.edges.count; ++e) EXPECT_NE(Edge(mesh, e).facet[1], LM_NONE);
+        for (uint32_t e = 0; e < mesh.edges.count; ++e) EXPECT_NE(+Edge(mesh, e).facet[1], LM_NONE);
     }
 }
 
@@ -183,7 +183,7 @@ TEST(VertexListBuild, InchesScaleBeforeWelding)
     LMeshReadVertexListIntoLumoMesh(soup, 2, tight, 0.05f, 1);
     EXPECT_EQ(loose.vertexCount, 4u);
     EXPECT_EQ(tight.vertexCount, 5u);
-    EXPECT_EQ(tight.vertices.Peek(1)->position[0], 1.0f * 25.4f);
+    EXPECT_EQ(+tight.vertices.Peek(1)->position[0], 1.0f * 25.4f);
 }
 
 TEST(VertexListBuild, AddsToAMeshWithoutWeldingToIt)
@@ -194,7 +194,7 @@ TEST(VertexListBuild, AddsToAMeshWithoutWeldingToIt)
     EXPECT_EQ(mesh.vertexCount, 16u);
     EXPECT_EQ(mesh.edgeCount, 36u);
     EXPECT_EQ(mesh.facetCount, 24u);
-    EXPECT_EQ(mesh.facets.Peek(12)->vertex[0], 8u);
+    EXPECT_EQ(+mesh.facets.Peek(12)->vertex[0], 8u);
     ExpectMeshConsistent(mesh);
     EXPECT_EQ(LMeshReadVertexListIntoLumoMesh(nullptr, 5, mesh, 0.0f, 0), 0);
     EXPECT_EQ(LMeshReadVertexListIntoLumoMesh(soup.data(), -1, mesh, 0.0f, 0), 0);

@@ -48,12 +48,12 @@ TEST(MeshLifecycle, CopyIsDeep)
     EXPECT_EQ(copy.facetCount, 12u);
     EXPECT_NE(copy.facets.firstPage, cube.facets.firstPage);
     copy.facets.At(0)->groupId = 5;
-    EXPECT_EQ(cube.facets.At(0)->groupId, 0u);
+    EXPECT_EQ(+cube.facets.At(0)->groupId, 0u);
 
     L_LUMOMESH& alias = copy;
     copy = alias;
     EXPECT_EQ(copy.facets.count, 12u) << "self-assignment by copy keeps the stores";
-    EXPECT_EQ(copy.facets.At(0)->groupId, 5u);
+    EXPECT_EQ(+copy.facets.At(0)->groupId, 5u);
 }
 
 TEST(MeshLifecycle, MoveLeavesAValidEmptySource)
@@ -82,10 +82,10 @@ TEST(MeshGroups, ResetsTouchDeadSlotsAndKeepGroupCount)
     for (uint32_t f = 0; f < mesh.facets.count; ++f) mesh.facets.At(f)->groupId = f % 3;
     mesh.groupCount = 3;
     mesh.ResetPatchGroupId(2);
-    EXPECT_EQ(mesh.facets.At(11)->groupId, 0u) << "dead facet 11 had group 2";
-    EXPECT_EQ(mesh.facets.At(10)->groupId, 1u);
+    EXPECT_EQ(+mesh.facets.At(11)->groupId, 0u) << "dead facet 11 had group 2";
+    EXPECT_EQ(+mesh.facets.At(10)->groupId, 1u);
     mesh.ResetGroupIds();
-    EXPECT_EQ(mesh.facets.At(12)->groupId, 0u);
+    EXPECT_EQ(+mesh.facets.At(12)->groupId, 0u);
     EXPECT_EQ(mesh.groupCount, 3u);
 }
 

@@ -46,7 +46,8 @@ Bytes ReadBytes(const std::wstring& path)
 void WriteBytes(const std::wstring& path, const Bytes& bytes)
 {
     FILE* f = fwopen(path.c_str(), "wb");
-    std::fwrite(bytes.data(), 1, bytes.size(), f);
+    ASSERT_NE(f, nullptr);
+    if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), f);
     std::fclose(f);
 }
 

@@ -130,7 +130,8 @@ inline void ExpectMeshConsistent(const L_LUMOMESH& mesh)
     for (uint32_t e = 0; e < mesh.edges.count; ++e) {
         const LM_EDGE& edge = *mesh.edges.Peek(e);
         if (!(edge.flags & LM_LIVE)) continue;
-        for (uint32_t facet : edge.facet) {
+        for (int k = 0; k < 2; ++k) {
+            const uint32_t facet = edge.facet[k];
             if (facet == LM_NONE) continue;
             EXPECT_LT(facet, mesh.facets.count) << "edge " << e;
         }
