@@ -8,6 +8,7 @@
 // Callers compile with -I Include -I Support and include this header only.
 #pragma once
 
+#include <cfloat>
 #include <cstdint>
 #include <cstdio>
 
@@ -189,3 +190,143 @@ bool LMeshReadFileBBox(const wchar_t* path, L_BOUNDS& bounds);
 // file with no vertex or no facet slots, as the arrays would have no data.
 bool LMeshReadMeshDataFromFile(const wchar_t* path, LM_MESH_HEADER& header, TObjArray<float>& vertices,
                                TObjArray<uint32_t>& facets);
+
+// ---- Small geometry and rigid transforms -------------------------------------------
+
+// Heron's formula on the three float points widened to double; not-a-number when
+// rounding makes the product negative (a needle), which callers rely on.
+float HeronTriangleArea(const float* p0, const float* p1, const float* p2);
+// Mean of the facet's three corners, in float.
+void ComputeFacetCentroid(const L_LUMOMESH& mesh, uint32_t facet, float* centroid);
+// Min and max of the facet's three corners, widened to double.
+void ComputeFacetBounds(const L_LUMOMESH& mesh, const LM_FACET& facet, L_BOUNDS& bounds);
+// Scales v to unit length in place; 0, or -1 (and v zeroed) when shorter than 1e-11.
+int NormalizeVector(float* v);
+// Whether p lies in the triangle a b c, by barycentric coordinates in the first
+// coordinate plane whose determinant reaches the tolerance.
+bool PointInTriangleBarycentric(const float* p, const float* a, const float* b, const float* c, float tolerance);
+bool LMeshPointInsideTriangle(const L_POINT& point, const L_POINT& a, const L_POINT& b, const L_POINT& c);
+// The point where the segment crosses the facet, if it does.
+bool LMeshIntersectSegmFacet(const L_LUMOMESH& mesh, const L_SEGM& segment, uint32_t facet, L_POINT3f* point);
+// Moves every vertex slot, or the corners of the listed facets once each. Always 0.
+short LMeshTranslate(L_LUMOMESH& mesh, const float* vector, const BaseList<uint32_t>* facets);
+// Transforms every vertex and normal slot and rebuilds the stored box; a mirroring
+// matrix swaps the first two corners of every facet. False for an empty store.
+bool LMeshTransform(L_LUMOMESH& mesh, L_MATRIX& matrix, bool* mirrored);
+
+// ---- Curvature -----------------------------------------------------------------------
+// Degrees. Edge: the angle between its facets' normals; -1 (result 1) on a boundary
+// edge, -1000 (result -1) on an edge with no facet. Vertex: the sum of the angles
+// between consecutive edges around it (360 when flat); result 1 with no edges.
+
+short LMeshComputeEdgeMeanCurvature(const L_LUMOMESH& mesh, const uint32_t& edge, double* curvature);
+short LMeshComputeEdgeMeanCurvature(const L_LUMOMESH& mesh, const uint32_t& edge, float* curvature);
+short LMeshComputeVertexCurvature(const L_LUMOMESH& mesh, const uint32_t& vertex, double* curvature);
+short LMeshComputeVertexCurvature(const L_LUMOMESH& mesh, const uint32_t& vertex, float* curvature);
+
+// ---- Orientation and normals ---------------------------------------------------------
+
+// Recomputes the stored normal of every live facet from its corners.
+void LMeshRecomputeNormals(L_LUMOMESH& mesh);
+// Swaps a facet's second and third corners and recomputes its normal; false for an
+// id past the facet slots. Edge ids are not rewritten.
+bool LMeshReverseFacet(L_LUMOMESH& mesh, uint32_t facet);
+// Reverses the listed live facets, or every live facet for a null list.
+void LMeshReverseFacets(L_LUMOMESH& mesh, const BaseList<uint32_t>* facets);
+// Negates the stored normals of the listed live facets (all for null); the winding stays.
+void LMeshReverseNormals(L_LUMOMESH& mesh, const BaseList<uint32_t>* facets);
+// Makes the winding of each edge-connected piece consistent from its lowest live facet,
+// which ray parity turns outward (direction 1) or inward (0); other directions only
+// propagate. True when some facet's corner order was touched by the propagation.
+bool LMeshOrientFacets(L_LUMOMESH& mesh, float tolerance, short direction);
+
+// ---- STL and PLY ---------------------------------------------------------------------
+
+// Adds the facets of a binary or ASCII STL file to the mesh, welding as
+// LMeshReadVertexListIntoLumoMesh does. False for an unreadable file, a binary file
+// with no facets, or a file shorter than its count (the facets read stay).
+bool LMeshLoadFromSTL(const wchar_t* path, float tolerance, L_LUMOMESH* mesh);
+// Adds the triangles of a PLY file, welded within `tolerance` whole units. 0 on success.
+short LMeshReadPlyFile(const wchar_t* path, L_LUMOMESH& mesh, short tolerance);
+
+// Binary STL of the live facets (or of the listed ones), with the normal rotated and
+// corners transformed by the optional matrix, and corners scaled unless scale is 0.
+bool LMeshSaveToStlBin(const L_LUMOMESH& mesh, const wchar_t* path, const L_MATRIX* matrix, float scale,
+                       const BaseList<uint32_t>* facets);
+// Appends the live facets as binary STL records at the file's position; count is set
+// to the number written. The file's header and count are left to the caller.
+bool LMeshAppendFacetsToStlBin(FILE* file, const L_LUMOMESH& mesh, const L_MATRIX* matrix, float scale,
+                               uint32_t& count);
+// Converts a native mesh file straight to binary STL (new file, or appended to an
+// existing STL), through stdio or a mapping. These routes write the stored normals
+// and take corners only through the matrix: pass an identity for a plain conversion.
+bool LMeshFileToStlBin(const wchar_t* meshPath, const wchar_t* stlPath, const L_MATRIX* matrix, float scale);
+bool LMeshFileAppendToStlBin(const wchar_t* meshPath, const wchar_t* stlPath, const L_MATRIX* matrix, float scale);
+bool LMeshFileMapToStlBin(const wchar_t* meshPath, const wchar_t* stlPath, const L_MATRIX* matrix, float scale);
+bool LMeshFileMapAppendToStlBin(const wchar_t* meshPath, const wchar_t* stlPath, const L_MATRIX* matrix,
+                                float scale);
+
+// ---- Global measures -----------------------------------------------------------------
+
+// Sum of live facet areas (all slots, or the listed ids), accumulated in float.
+float LMeshComputeArea(const L_LUMOMESH& mesh, const BaseList<uint32_t>* facets = nullptr);
+// Absolute enclosed volume, relative to the middle of the stored box, in float.
+float LMeshComputeVolume(const L_LUMOMESH& mesh, const BaseList<uint32_t>* facets = nullptr);
+// Lowest z of a live vertex; FLT_MAX for none.
+float LMeshComputeZMin(const L_LUMOMESH& mesh);
+// Rebuilds the stored float box from the live vertices.
+void LMeshComputeAbsoluteBoundingBox(L_LUMOMESH& mesh);
+// Double box of every vertex slot, dead ones included.
+void LMeshComputeAbsoluteBoundingBox(const L_LUMOMESH& mesh, L_BOUNDS& bounds);
+// Double box of every vertex slot in work-plane terms (translation scaled by 1000).
+void LMeshComputeRelativeBoundingBox(const L_WORKPLANE& plane, const L_LUMOMESH& mesh, L_BOUNDS& bounds);
+float LMeshEdgeLength(const L_LUMOMESH& mesh, uint32_t edge);
+// The facet's longest or shortest side; ties go to the later side.
+float LMeshLongestEdgeLength(const L_LUMOMESH& mesh, uint32_t facet, uint32_t& edge);
+float LMeshShortestEdgeLength(const L_LUMOMESH& mesh, uint32_t facet, uint32_t& edge);
+// Mean length of the live edges (not-a-number with none). Always 0.
+short LMeshComputeAverageEdgeLength(const L_LUMOMESH& mesh, float& average);
+
+// ---- Triangle quality ----------------------------------------------------------------
+
+float LMeshTriangleArea(const L_LUMOMESH& mesh, const uint32_t& facet);
+short LMeshTriangleAltitudes(const L_LUMOMESH& mesh, const uint32_t& facet, float* altitudes);
+float LMeshTriangleAspectRatio(const L_LUMOMESH& mesh, const uint32_t& facet);
+float LMeshTriangleLengthAreaRatio(const L_LUMOMESH& mesh, const uint32_t& facet);
+// The corner with the smallest (largest) inner angle, in radians: its vertex id is
+// returned, the angle and the corner index 0..2 written, and all three angles stored.
+uint32_t LMeshSmallestInnerAngleOfTriangle(const L_LUMOMESH& mesh, const uint32_t& facet, float& angle,
+                                           uint32_t& index, float* angles);
+uint32_t LMeshLargestInnerAngleOfTriangle(const L_LUMOMESH& mesh, const uint32_t& facet, float& angle,
+                                          uint32_t& index, float* angles);
+// Clears the list and lists the live facets whose shape factor lies in [min, max].
+bool LMeshFindFacetsByShapeFactorRange(const L_LUMOMESH& mesh, float min, float max, BaseList<uint32_t>* facets);
+// Counts live facets per shape-factor bin of the given width.
+bool LMeshCalculateShapeFactorDistrib(const L_LUMOMESH& mesh, float width, BaseList<uint32_t>* bins);
+
+// ---- Box grids -----------------------------------------------------------------------
+
+// One box of a facet set: its walls and the ids of the facets that touch it. Ids of
+// dead facets may appear: test the live flag of every id read out of a box.
+struct LM_BOX {
+    L_BOUNDS bounds{{DBL_MAX, DBL_MAX, DBL_MAX}, {-DBL_MAX, -DBL_MAX, -DBL_MAX}};
+    BaseList<uint32_t> facets;
+};
+
+// Regular nx by ny by nz grid over the mesh's box, written from index 0 of `boxes`.
+void LMeshBoxFacets(const L_LUMOMESH& mesh, int nx, int ny, int nz, BaseList<LM_BOX>& boxes);
+// Adaptive boxes by halving until each holds at most `limit` facets (or halving stops helping).
+void LMeshBoxFacetsNonUniform(const L_LUMOMESH& mesh, BaseList<LM_BOX>& boxes, uint32_t limit);
+// Per facet id, the ascending list of boxes that hold it. Always 0.
+short LMeshBoxFacetsIndexTable(const L_LUMOMESH& mesh, const BaseList<LM_BOX>& boxes, BaseList<LM_BOX>& table);
+// n*n*n cells over a float box, listing the live vertices or edges in each.
+bool LMeshBoxVertices(const L_LUMOMESH& mesh, uint32_t n, const L_BOUNDSf& bounds,
+                      BaseList<BaseList<uint32_t>>& cells);
+bool LMeshBoxEdges(const L_LUMOMESH& mesh, uint32_t n, const L_BOUNDSf& bounds, BaseList<BaseList<uint32_t>>& cells);
+// The cell of a vertex, and the facets and/or edges around the vertices listed there.
+bool LMeshQueryVertexBox(const L_LUMOMESH& mesh, const L_BOUNDSf& bounds, uint32_t vertex, uint32_t n,
+                         const BaseList<BaseList<uint32_t>>& cells, uint32_t& cell, BaseList<uint32_t>* facets,
+                         BaseList<uint32_t>* edges);
+// The cell of a vertex and a copy of the edges listed in it.
+bool LMeshQueryEdgeBox(const L_LUMOMESH& mesh, const L_BOUNDSf& bounds, uint32_t vertex, uint32_t n,
+                       const BaseList<BaseList<uint32_t>>& cells, uint32_t& cell, BaseList<uint32_t>& edges);

@@ -5,3 +5,4 @@
 #include "LscBaseList.h"
 #include "LscTrees.h"
 #include "LscFiles.h"
+#include "LscFormats.h"
