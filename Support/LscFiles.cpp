@@ -73,6 +73,25 @@ bool LscWideToUtf8(const wchar_t* path, std::string& utf8)
     return true;
 }
 
+bool LscUtf8ToWide(const char* utf8, std::wstring& wide)
+{
+    wide.clear();
+    if (!utf8) return false;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8); *p;) {
+        const int extra = *p < 0x80 ? 0 : (*p >> 5) == 6 ? 1 : (*p >> 4) == 14 ? 2 : (*p >> 3) == 30 ? 3 : -1;
+        if (extra < 0) return false;
+        uint32_t c = extra == 0 ? *p : *p & (0x3F >> extra);
+        ++p;
+        for (int k = 0; k < extra; ++k, ++p) {
+            if ((*p & 0xC0) != 0x80) return false;  // also stops at the terminator
+            c = (c << 6) | (*p & 0x3F);
+        }
+        if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return false;
+        wide.push_back(static_cast<wchar_t>(c));
+    }
+    return true;
+}
+
 FILE* fwopen(const wchar_t* path, const char* mode)
 {
     std::string utf8;

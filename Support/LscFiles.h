@@ -11,6 +11,10 @@
 // or a character that has no UTF-8 form (a surrogate or a value above U+10FFFF).
 bool LscWideToUtf8(const wchar_t* path, std::string& utf8);
 
+// Wide form of a UTF-8 string (command-line paths). False for a null string or
+// bytes that are not UTF-8.
+bool LscUtf8ToWide(const char* utf8, std::wstring& wide);
+
 // fopen on a wide path; null on failure or for a null path or mode.
 FILE* fwopen(const wchar_t* path, const char* mode);
 

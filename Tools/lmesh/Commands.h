@@ -1,0 +1,10 @@
+// The lmesh subcommands; each takes the arguments after its name and returns the
+// process exit status.
+#pragma once
+
+#include <string>
+#include <vector>
+
+int RunInfo(const std::vector<std::string>& args);
+int RunConvert(const std::vector<std::string>& args);
+int RunOrient(const std::vector<std::string>& args);

@@ -1,0 +1,52 @@
+// lmesh: the command-line face of the library.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+
+namespace {
+
+struct Subcommand {
+    const char* name;
+    const char* summary;
+    int (*run)(const std::vector<std::string>&);
+};
+
+const Subcommand kSubcommands[] = {
+    {"info", "print counts, box, area, volume, edge lengths and triangle quality", RunInfo},
+    {"convert", "convert between STL, PLY and the native .lmesh file", RunConvert},
+    {"orient", "make facet winding consistent and facing outward", RunOrient},
+};
+
+void PrintUsage(FILE* out)
+{
+    std::fprintf(out,
+                 "usage: lmesh COMMAND [ARGS...]\n"
+                 "\n"
+                 "Inspect and convert triangle meshes (binary or ASCII STL, PLY, native .lmesh).\n"
+                 "\n"
+                 "commands:\n");
+    for (const Subcommand& command : kSubcommands) std::fprintf(out, "  %-9s %s\n", command.name, command.summary);
+    std::fprintf(out, "\nRun 'lmesh COMMAND --help' for the options of a command.\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2) {
+        PrintUsage(stderr);
+        return 2;
+    }
+    const std::string name = argv[1];
+    if (name == "--help" || name == "-h" || name == "help") {
+        PrintUsage(stdout);
+        return 0;
+    }
+    for (const Subcommand& command : kSubcommands)
+        if (name == command.name) return command.run(std::vector<std::string>(argv + 2, argv + argc));
+    std::fprintf(stderr, "lmesh: unknown command '%s' (see 'lmesh --help')\n", name.c_str());
+    return 2;
+}
