@@ -14,7 +14,10 @@
 namespace {
 
 constexpr uint32_t kProgressFacets = 1000000;  // above this, stages report their time on stderr
-constexpr float kDefaultOrientTolerance = 1e-5f;
+// Corners shared by neighbouring facets are one vertex, so any positive distance finds
+// them; the same value bounds the projected determinants of the ray test, which must
+// stay below those of the smallest real facets.
+constexpr float kOrientTolerance = 1e-10f;
 
 class Stage {
 public:
@@ -204,8 +207,7 @@ const char* const kOrientHelp =
     "native .lmesh) and reports how many facets were turned.\n"
     "\n"
     "  --inward        make pieces face inward instead\n"
-    "  --tolerance T   weld distance on loading, and the distance under which corners of\n"
-    "                  neighbouring facets count as the same point (default 1e-05)\n";
+    "  --tolerance T   weld STL and PLY corners closer than T (default 0: exact matches)\n";
 
 }  // namespace
 
@@ -248,13 +250,13 @@ int RunOrient(const std::vector<std::string>& args)
         return exitCode;
     L_LUMOMESH mesh;
     MeshFormat format;
-    const float tolerance = float(NumberOr(parsed, "--tolerance", kDefaultOrientTolerance));
-    if (!Load("orient", parsed.positional[0], tolerance, mesh, format, exitCode)) return exitCode;
+    if (!Load("orient", parsed.positional[0], float(NumberOr(parsed, "--tolerance", 0.0)), mesh, format, exitCode))
+        return exitCode;
     const L_LUMOMESH before(mesh);
     bool changed;
     {
         Stage stage("orienting", mesh.facetCount > kProgressFacets);
-        changed = LMeshOrientFacets(mesh, tolerance, parsed.flags.count("--inward") ? 0 : 1);
+        changed = LMeshOrientFacets(mesh, kOrientTolerance, parsed.flags.count("--inward") ? 0 : 1);
     }
     const uint32_t reversed = CountReversed(before, mesh);
     if (!Save("orient", parsed.positional[1], mesh, 1.0f, exitCode)) return exitCode;
