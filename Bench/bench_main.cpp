@@ -5,58 +5,23 @@
 //   memory (which, like the file's new pages, must first be faulted in) and once into
 //   memory already touched. Reading is measured into a new mesh (whose pages must
 //   be faulted in, like the fresh memcpy) and into a mesh whose pages are reused.
-// - LMeshReadVertexListIntoLumoMesh on a torus of about 1 million triangles given as
-//   soup, at tolerance 0 and 1e-4, in triangles per second, with the peak resident
-//   memory the call adds, per triangle (the caller's soup excluded, and included).
+// - LMeshReadVertexListIntoLumoMesh on a torus of 1 million triangles given as soup,
+//   at tolerance 0 and 1e-4, in triangles per second, with the peak resident memory
+//   the call adds, per triangle (the caller's soup excluded, and included).
 //
 // Run: build/Bench/lmesh_bench [--benchmark_filter=...]. TMPDIR chooses the file folder.
 #include <benchmark/benchmark.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "LMesh.h"
 
 namespace {
-
-// A torus of n by m quads, two triangles each: closed, 2 n m triangles.
-struct Torus {
-    std::vector<float> coords;
-    std::vector<int> indices;
-};
-
-Torus MakeTorus(int n, int m)
-{
-    Torus torus;
-    const double pi = 3.14159265358979323846;
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < m; ++j) {
-            const double u = 2 * pi * i / n, v = 2 * pi * j / m, r = 100 + 30 * std::cos(v);
-            torus.coords.insert(torus.coords.end(),
-                                {float(r * std::cos(u)), float(r * std::sin(u)), float(30 * std::sin(v))});
-        }
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < m; ++j) {
-            const int a = i * m + j, b = ((i + 1) % n) * m + j, c = ((i + 1) % n) * m + (j + 1) % m,
-                      d = i * m + (j + 1) % m;
-            torus.indices.insert(torus.indices.end(), {a, b, c, a, c, d});
-        }
-    return torus;
-}
-
-std::vector<float> Soup(const Torus& torus)
-{
-    std::vector<float> soup;
-    soup.reserve(torus.indices.size() * 3);
-    for (int index : torus.indices)
-        soup.insert(soup.end(), torus.coords.begin() + 3 * index, torus.coords.begin() + 3 * index + 3);
-    return soup;
-}
 
 const L_LUMOMESH& FileMesh()
 {
@@ -73,29 +38,6 @@ const L_LUMOMESH& FileMesh()
 uint64_t FileBytes(const L_LUMOMESH& mesh)
 {
     return 56 + 17ull * (mesh.vertices.count + mesh.edges.count) + 41ull * mesh.facets.count;
-}
-
-std::wstring FilePath()
-{
-    const char* dir = std::getenv("TMPDIR");
-    const std::string path = std::string(dir && *dir ? dir : "/tmp") + "/lmesh_bench.lmesh";
-    return std::wstring(path.begin(), path.end());
-}
-
-// Peak resident memory since the last reset, from the kernel's high-water mark.
-void ResetPeakResident()
-{
-    std::ofstream clear("/proc/self/clear_refs");
-    clear << "5";
-}
-
-uint64_t StatusKilobytes(const char* field)
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind(field, 0) == 0) return std::strtoull(line.c_str() + std::strlen(field), nullptr, 10);
-    return 0;
 }
 
 void BM_MemcpyFresh(benchmark::State& state)
@@ -125,69 +67,57 @@ void BM_MemcpyWarm(benchmark::State& state)
 void BM_NativeWrite(benchmark::State& state)
 {
     const L_LUMOMESH& mesh = FileMesh();
-    const std::wstring path = FilePath();
+    const std::string path = TempFile("lmesh_bench.lmesh");
     for (auto _ : state)
-        if (!LMeshWriteToFile(path.c_str(), mesh)) state.SkipWithError("mapped write failed");
+        if (!LMeshWriteToFile(Wide(path).c_str(), mesh)) state.SkipWithError("mapped write failed");
     state.SetBytesProcessed(int64_t(state.iterations() * FileBytes(mesh)));
+    std::remove(path.c_str());
 }
 
-void BM_NativeRead(benchmark::State& state)
+// Reads into a new mesh each time, or, with `reuse`, into one mesh whose pages stay.
+void NativeRead(benchmark::State& state, bool reuse)
 {
     const L_LUMOMESH& mesh = FileMesh();
-    const std::wstring path = FilePath();
-    LMeshWriteToFile(path.c_str(), mesh);
+    const std::string path = TempFile("lmesh_bench.lmesh");
+    LMeshWriteToFile(Wide(path).c_str(), mesh);
+    L_LUMOMESH kept;
+    if (reuse) LMeshReadFromFile(Wide(path).c_str(), kept);
     for (auto _ : state) {
-        L_LUMOMESH loaded;
-        if (!LMeshReadFromFile(path.c_str(), loaded)) state.SkipWithError("mapped read failed");
-        benchmark::DoNotOptimize(loaded.facets.count);
+        L_LUMOMESH fresh;
+        L_LUMOMESH& target = reuse ? kept : fresh;
+        if (!LMeshReadFromFile(Wide(path).c_str(), target)) state.SkipWithError("mapped read failed");
+        benchmark::DoNotOptimize(target.facets.count);
     }
     state.SetBytesProcessed(int64_t(state.iterations() * FileBytes(mesh)));
-    const std::string narrow(path.begin(), path.end());
-    std::remove(narrow.c_str());
+    std::remove(path.c_str());
 }
 
-// Reading into a mesh that already holds pages reuses them: no fresh memory to fault in.
-void BM_NativeReadReuse(benchmark::State& state)
-{
-    const L_LUMOMESH& mesh = FileMesh();
-    const std::wstring path = FilePath();
-    LMeshWriteToFile(path.c_str(), mesh);
-    L_LUMOMESH loaded;
-    LMeshReadFromFile(path.c_str(), loaded);
-    for (auto _ : state) {
-        if (!LMeshReadFromFile(path.c_str(), loaded)) state.SkipWithError("mapped read failed");
-        benchmark::DoNotOptimize(loaded.facets.count);
-    }
-    state.SetBytesProcessed(int64_t(state.iterations() * FileBytes(mesh)));
-    const std::string narrow(path.begin(), path.end());
-    std::remove(narrow.c_str());
-}
+void BM_NativeRead(benchmark::State& state) { NativeRead(state, false); }
+void BM_NativeReadReuse(benchmark::State& state) { NativeRead(state, true); }
 
 void BM_WeldSoup(benchmark::State& state)
 {
     const float tolerance = state.range(0) == 0 ? 0.0f : 1e-4f;
-    static const std::vector<float> soup = Soup(MakeTorus(1000, 500));  // 1,000,000 triangles
+    static const std::vector<float> soup = SoupOf(MakeTorus(1000, 500));  // 1,000,000 triangles
     const int triangles = int(soup.size() / 9);
-    uint64_t peakKilobytes = 0;
+    uint64_t peak = 0;
+    PeakResident resident;
     for (auto _ : state) {
         state.PauseTiming();
-        ResetPeakResident();
-        const uint64_t before = StatusKilobytes("VmRSS:");
+        resident.Reset();
         state.ResumeTiming();
         {
             L_LUMOMESH mesh;
             LMeshReadVertexListIntoLumoMesh(soup.data(), triangles, mesh, tolerance, 0);
             state.PauseTiming();
             if (mesh.vertexCount != 500000u) state.SkipWithError("the torus did not weld to 500,000 vertices");
-            const uint64_t peak = StatusKilobytes("VmHWM:");
-            if (peak > before) peakKilobytes = std::max(peakKilobytes, peak - before);
+            peak = std::max(peak, resident.AddedBytes());
         }
         state.ResumeTiming();
     }
     state.SetItemsProcessed(int64_t(state.iterations() * triangles));
-    const double added = double(peakKilobytes) * 1024.0 / triangles;
-    state.counters["peak_B_per_tri"] = added;
-    state.counters["with_soup_B_per_tri"] = added + 36.0;
+    state.counters["peak_B_per_tri"] = double(peak) / triangles;
+    state.counters["with_soup_B_per_tri"] = double(peak) / triangles + 36.0;
 }
 
 }  // namespace
