@@ -399,6 +399,47 @@ void segment_parameter(const L_SEGM& segment, const L_POINT& p, double* paramete
     *parameter = Length(d) > zefatoll.zero ? Dot(Difference(segment.start, p), d) / Dot(d, d) : 0.0;
 }
 
+short intersect_SPl(const L_SEGM& segment, const L_PLANE& plane, L_POINT* point)
+{
+    if (Length(plane.normal) <= zefatoll.zero) return 0;
+    const double h0 = dist_PPl(&segment.start, &plane);
+    const double h1 = dist_PPl(&segment.end, &plane);
+    const bool startOn = std::fabs(h0) <= zefatoll.length;
+    const bool endOn = std::fabs(h1) <= zefatoll.length;
+    if (startOn && endOn) return 2;
+    L_POINT meeting;
+    if (startOn) {
+        meeting = segment.start;
+    } else if (endOn) {
+        meeting = segment.end;
+    } else {
+        // Both heights are clear of zero here; equal signs (or a NaN) mean no crossing.
+        if ((h0 > 0.0) == (h1 > 0.0)) return 0;
+        const double t = h0 / (h0 - h1);
+        const L_VECTOR d = Difference(segment.start, segment.end);
+        meeting = {segment.start.x + t * d.x, segment.start.y + t * d.y, segment.start.z + t * d.z};
+    }
+    if (point) *point = meeting;
+    return 1;
+}
+
+short convert_to_points(const L_SEGM& segment, int n, List<L_POINT>* points)
+{
+    if (!points) return 1;
+    points->Clear();
+    if (n <= 0) return 1;
+    const L_VECTOR d = Difference(segment.start, segment.end);
+    bool appended = true;
+    for (int k = 0; k < n && appended; ++k) {
+        const double t = double(k) / double(n);
+        appended = points->Append({segment.start.x + t * d.x, segment.start.y + t * d.y, segment.start.z + t * d.z});
+    }
+    if (appended) appended = points->Append(segment.end);
+    if (appended) return 0;
+    points->Clear();
+    return 1;
+}
+
 double mat_determinant(const L_MATRIX* matrix)
 {
     const double* m = matrix->m;

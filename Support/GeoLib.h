@@ -356,6 +356,20 @@ bool project_point_onto_segment(const L_POINT& p, const L_SEGM& segment, L_POINT
 // 0 for a zero-length segment.
 void segment_parameter(const L_SEGM& segment, const L_POINT& p, double* parameter);
 
+// Where the segment meets the plane. An end within zefatoll.length of the plane is
+// the answer itself (the start first), so a segment that stops on a plane finds it
+// exactly. 1 with *point written for one meeting point; 0 when the segment stays on
+// one side (a parallel segment off the plane included) or the plane's normal is
+// zero; 2 when both ends lie on the plane, as there is no single point. *point is
+// written only for 1.
+short intersect_SPl(const L_SEGM& segment, const L_PLANE& plane, L_POINT* point);
+// Replaces *points with the n + 1 points that cut the segment into n equal parts,
+// start and end included (a regular grid of n cells has n + 1 walls). Each point is
+// placed from its own parameter k / n, so no error builds up along the segment, and
+// the last is the end exactly. 0 on success; 1 with the list empty for n <= 0, and
+// when memory runs out; 1 for a null list.
+short convert_to_points(const L_SEGM& segment, int n, List<L_POINT>* points);
+
 // Matrices. An L_MATRIX acts on row vectors: p' = p M, with the translation in
 // m[12..14]. Every output may be the input.
 
