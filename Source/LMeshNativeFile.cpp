@@ -5,7 +5,7 @@
 // Nothing is re-derived on load. Lengths from a file are never trusted: every reader
 // checks the header's counts against the bytes actually there before it sizes a store,
 // so a short or hostile file fails cleanly instead of reading past its end.
-#include "LMesh.h"
+#include "LMeshNativeFile.h"
 
 #include <algorithm>
 #include <cstring>
@@ -22,7 +22,8 @@ namespace {
 constexpr uint64_t kHeaderBytes = sizeof(LM_MESH_HEADER);
 constexpr const char* kHeaderFormat = "lllllll fff fff l";
 
-// Bytes of a file with these slot counts; 64-bit, so no count can wrap it.
+}  // namespace
+
 uint64_t FileBytesFor(uint64_t vertexSlots, uint64_t facetSlots, uint64_t edgeSlots)
 {
     return kHeaderBytes + sizeof(LM_VERTEX) * (vertexSlots + edgeSlots) + sizeof(LM_FACET) * facetSlots;
@@ -33,14 +34,6 @@ uint64_t FileBytesFor(const LM_MESH_HEADER& header)
     return FileBytesFor(header.vertexSlots, header.facetSlots, header.edgeSlots);
 }
 
-bool WriteMeshHeader(FILE* file, const L_LUMOMESH& mesh)
-{
-    return LL_fwrite_bin(file, kHeaderFormat, mesh.magic, mesh.vertexSlots, mesh.vertexCount, mesh.facetSlots,
-                         mesh.facetCount, mesh.edgeSlots, mesh.edgeCount, double(mesh.bboxMin[0]),
-                         double(mesh.bboxMin[1]), double(mesh.bboxMin[2]), double(mesh.bboxMax[0]),
-                         double(mesh.bboxMax[1]), double(mesh.bboxMax[2]), mesh.groupCount) != 0;
-}
-
 bool ReadMeshHeader(FILE* file, LM_MESH_HEADER& header)
 {
     const bool read = LL_fread_bin(file, kHeaderFormat, &header.magic, &header.vertexSlots, &header.vertexCount,
@@ -48,6 +41,16 @@ bool ReadMeshHeader(FILE* file, LM_MESH_HEADER& header)
                                    &header.bboxMin[0], &header.bboxMin[1], &header.bboxMin[2], &header.bboxMax[0],
                                    &header.bboxMax[1], &header.bboxMax[2], &header.groupCount) != 0;
     return read && header.magic == LM_MESH_MAGIC;
+}
+
+namespace {
+
+bool WriteMeshHeader(FILE* file, const L_LUMOMESH& mesh)
+{
+    return LL_fwrite_bin(file, kHeaderFormat, mesh.magic, mesh.vertexSlots, mesh.vertexCount, mesh.facetSlots,
+                         mesh.facetCount, mesh.edgeSlots, mesh.edgeCount, double(mesh.bboxMin[0]),
+                         double(mesh.bboxMin[1]), double(mesh.bboxMin[2]), double(mesh.bboxMax[0]),
+                         double(mesh.bboxMax[1]), double(mesh.bboxMax[2]), mesh.groupCount) != 0;
 }
 
 // Copies the first recordCount records of a store, one memcpy per page. The page size
