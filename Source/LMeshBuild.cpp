@@ -281,6 +281,9 @@ struct MergingInserter::State {
     uint32_t WeldCorner(const float* p)
     {
         const uint32_t newId = mesh.vertices.count;
+        // The candidate's position is stored first: entering it may rehash the table,
+        // which reads the positions of every id it holds.
+        positions.push_back(Position{{p[0], p[1], p[2]}});
         uint32_t id = newId;
         if (Exact()) {
             id = exactIndex.FindOrAdd(p, newId);
@@ -288,8 +291,10 @@ struct MergingInserter::State {
             for (int k = 0; k < 3; ++k) tree.GetCompare().probe.p[k] = p[k];
             if (tree.FindOrInsert(kProbe, newId, id) == LTreeInsert::NoMemory) throw 0;
         }
-        if (id != newId) return id;
-        positions.push_back(Position{{p[0], p[1], p[2]}});
+        if (id != newId) {
+            positions.pop_back();
+            return id;
+        }
         return AppendVertex(mesh, p);
     }
 

@@ -201,6 +201,19 @@ TEST(VertexListBuild, AddsToAMeshWithoutWeldingToIt)
     EXPECT_EQ(mesh.facetCount, 24u);
 }
 
+TEST(VertexListBuild, RepeatedSoupWeldsWhateverTheSizeHint)
+{
+    // 600 separate triangles, then the same 600 again: the lookup grows while welding.
+    std::vector<float> soup;
+    for (int t = 0; t < 600; ++t)
+        soup.insert(soup.end(), {float(t), 0, 0, float(t), 1, 0, float(t), 0, 1});
+    soup.insert(soup.end(), soup.begin(), soup.end());
+    L_LUMOMESH mesh;
+    LMeshReadVertexListIntoLumoMesh(soup.data(), 1200, mesh, 0.0f, 0);
+    EXPECT_EQ(mesh.vertexCount, 1800u);
+    EXPECT_EQ(mesh.edgeCount, 1800u);
+}
+
 TEST(VertexListBuild, NaNCornersAreKeptAsData)
 {
     const float nan = std::numeric_limits<float>::quiet_NaN();
