@@ -10,35 +10,34 @@
 // does not: the box grids are built on the latter and expect every slot inside it.
 #include "LMesh.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 
 namespace {
 
-// Copies a vertex position into p; false for an id past the store.
-bool FetchPosition(const L_LUMOMESH& mesh, uint32_t v, float* p)
+L_POINT3f PositionOf(const LM_VERTEX& vertex)
 {
-    const LM_VERTEX* vertex = mesh.vertices.Peek(v);
-    if (!vertex) return false;
-    for (int k = 0; k < 3; ++k) p[k] = vertex->position[k];
-    return true;
+    return {vertex.position[0], vertex.position[1], vertex.position[2]};
 }
 
-// Calls visit(corners) for a live facet whose corners lie in the vertex store.
+// Calls visit(p0, p1, p2) for a live facet whose corners lie in the vertex store.
+// Corners travel by value in registers: copying them through a small array made
+// the compiler's choices, and the speed, depend on inlining.
 template <class Visit>
 inline void VisitLiveFacet(const L_LUMOMESH& mesh, const LM_FACET* facet, Visit& visit)
 {
     if (!facet) return;  // listed id past the store: skipped
     if (!(facet->flags & LM_LIVE)) return;
-    float corners[3][3];
-    const uint32_t v0 = facet->vertex[0], v1 = facet->vertex[1], v2 = facet->vertex[2];
-    if (!FetchPosition(mesh, v0, corners[0]) || !FetchPosition(mesh, v1, corners[1]) ||
-        !FetchPosition(mesh, v2, corners[2]))
-        return;  // corner past the vertex store: skipped
-    visit(corners);
+    const LM_VERTEX* v0 = mesh.vertices.Peek(facet->vertex[0]);
+    const LM_VERTEX* v1 = mesh.vertices.Peek(facet->vertex[1]);
+    const LM_VERTEX* v2 = mesh.vertices.Peek(facet->vertex[2]);
+    if (!v0 || !v1 || !v2) return;  // corner past the vertex store: skipped
+    visit(PositionOf(*v0), PositionOf(*v1), PositionOf(*v2));
 }
 
 // Visits the live facets among ids 0..count-1, or among the listed ids in list order.
+// The whole store is walked page by page, which saves a lookup per facet.
 template <class Visit>
 void ForEachLiveFacet(const L_LUMOMESH& mesh, const BaseList<uint32_t>* facets, Visit visit)
 {
@@ -46,16 +45,21 @@ void ForEachLiveFacet(const L_LUMOMESH& mesh, const BaseList<uint32_t>* facets, 
         for (uint32_t i = 0; i < facets->count; ++i) VisitLiveFacet(mesh, mesh.facets.Peek(*facets->Peek(i)), visit);
         return;
     }
-    for (uint32_t f = 0; f < mesh.facets.count; ++f) VisitLiveFacet(mesh, mesh.facets.Peek(f), visit);
+    const BaseList<LM_FACET>& store = mesh.facets;
+    for (uint64_t first = 0; first < store.count; first += store.pageSize) {
+        const LM_FACET* page = store.Peek(uint32_t(first));
+        const uint64_t onPage = std::min<uint64_t>(store.pageSize, store.count - first);
+        for (uint32_t k = 0; k < onPage; ++k) VisitLiveFacet(mesh, page + k, visit);
+    }
 }
 
 // Heron's formula on sides taken in double from the float corners. Defined here so
 // that the area loop inlines it; HeronTriangleArea is the exported face of it.
-inline float HeronArea(const float* p0, const float* p1, const float* p2)
+inline float HeronArea(const L_POINT3f& p0, const L_POINT3f& p1, const L_POINT3f& p2)
 {
-    const double x0 = p0[0], y0 = p0[1], z0 = p0[2];
-    const double x1 = p1[0], y1 = p1[1], z1 = p1[2];
-    const double x2 = p2[0], y2 = p2[1], z2 = p2[2];
+    const double x0 = p0.x, y0 = p0.y, z0 = p0.z;
+    const double x1 = p1.x, y1 = p1.y, z1 = p1.z;
+    const double x2 = p2.x, y2 = p2.y, z2 = p2.z;
     const double a = std::sqrt((x0 - x1) * (x0 - x1) + (y0 - y1) * (y0 - y1) + (z0 - z1) * (z0 - z1));
     const double b = std::sqrt((x1 - x2) * (x1 - x2) + (y1 - y2) * (y1 - y2) + (z1 - z2) * (z1 - z2));
     const double c = std::sqrt((x2 - x0) * (x2 - x0) + (y2 - y0) * (y2 - y0) + (z2 - z0) * (z2 - z0));
@@ -64,23 +68,28 @@ inline float HeronArea(const float* p0, const float* p1, const float* p2)
     return float(std::sqrt((s - a) * s * (s - b) * (s - c)));
 }
 
-// Six times the signed volume of the tetrahedron (0, p1, p2, p3) is p1 . (p2 x p3).
-float SignedTetraVolume(const float* p1, const float* p2, const float* p3)
+// Signed volume of the tetrahedron (c, p1, p2, p3): a sixth of
+// (p1 - c) . ((p2 - c) x (p3 - c)), all in float.
+inline float SignedTetraVolume(const L_POINT3f& c, const L_POINT3f& p1, const L_POINT3f& p2, const L_POINT3f& p3)
 {
-    const float cx = p2[1] * p3[2] - p2[2] * p3[1];
-    const float cy = p2[2] * p3[0] - p2[0] * p3[2];
-    const float cz = p2[0] * p3[1] - p2[1] * p3[0];
-    return (p1[0] * cx + p1[1] * cy + p1[2] * cz) / 6.0f;
+    const float x1 = p1.x - c.x, y1 = p1.y - c.y, z1 = p1.z - c.z;
+    const float x2 = p2.x - c.x, y2 = p2.y - c.y, z2 = p2.z - c.z;
+    const float x3 = p3.x - c.x, y3 = p3.y - c.y, z3 = p3.z - c.z;
+    const float cx = y2 * z3 - z2 * y3;
+    const float cy = z2 * x3 - x2 * z3;
+    const float cz = x2 * y3 - y2 * x3;
+    return (x1 * cx + y1 * cy + z1 * cz) / 6.0f;
 }
 
 float EdgeLength(const L_LUMOMESH& mesh, const LM_EDGE& edge)
 {
-    float p[3], q[3];
-    // An end past the vertex store gives a neutral length.
-    if (!FetchPosition(mesh, edge.vertex[0], p) || !FetchPosition(mesh, edge.vertex[1], q)) return 0.0f;
-    const float dx = q[0] - p[0];
-    const float dy = q[1] - p[1];
-    const float dz = q[2] - p[2];
+    const LM_VERTEX* start = mesh.vertices.Peek(edge.vertex[0]);
+    const LM_VERTEX* end = mesh.vertices.Peek(edge.vertex[1]);
+    if (!start || !end) return 0.0f;  // an end past the vertex store: a neutral length
+    const L_POINT3f p = PositionOf(*start), q = PositionOf(*end);
+    const float dx = q.x - p.x;
+    const float dy = q.y - p.y;
+    const float dz = q.z - p.z;
     const float squares = dy * dy + dx * dx + dz * dz;
     return float(std::sqrt(double(squares)));
 }
@@ -132,27 +141,28 @@ void FoldAllSlots(const L_LUMOMESH& mesh, const L_MATRIX* matrix, L_BOUNDS& boun
 
 }  // namespace
 
-float HeronTriangleArea(const float* p0, const float* p1, const float* p2) { return HeronArea(p0, p1, p2); }
+float HeronTriangleArea(const float* p0, const float* p1, const float* p2)
+{
+    return HeronArea({p0[0], p0[1], p0[2]}, {p1[0], p1[1], p1[2]}, {p2[0], p2[1], p2[2]});
+}
 
 float LMeshComputeArea(const L_LUMOMESH& mesh, const BaseList<uint32_t>* facets)
 {
     float area = 0.0f;
-    ForEachLiveFacet(mesh, facets,
-                     [&](const float (*p)[3]) { area += HeronArea(p[0], p[1], p[2]); });
+    ForEachLiveFacet(mesh, facets, [&](const L_POINT3f& p0, const L_POINT3f& p1, const L_POINT3f& p2) {
+        area += HeronArea(p0, p1, p2);
+    });
     return area;
 }
 
 float LMeshComputeVolume(const L_LUMOMESH& mesh, const BaseList<uint32_t>* facets)
 {
     // The box as it stands: a stale one only moves the reference point.
-    float centre[3];
-    for (int k = 0; k < 3; ++k) centre[k] = (mesh.bboxMin[k] + mesh.bboxMax[k]) * 0.5f;
+    const L_POINT3f centre = {(mesh.bboxMin[0] + mesh.bboxMax[0]) * 0.5f, (mesh.bboxMin[1] + mesh.bboxMax[1]) * 0.5f,
+                              (mesh.bboxMin[2] + mesh.bboxMax[2]) * 0.5f};
     float volume = 0.0f;
-    ForEachLiveFacet(mesh, facets, [&](const float (*p)[3]) {
-        float r[3][3];
-        for (int c = 0; c < 3; ++c)
-            for (int k = 0; k < 3; ++k) r[c][k] = p[c][k] - centre[k];
-        volume += SignedTetraVolume(r[0], r[1], r[2]);
+    ForEachLiveFacet(mesh, facets, [&](const L_POINT3f& p0, const L_POINT3f& p1, const L_POINT3f& p2) {
+        volume += SignedTetraVolume(centre, p0, p1, p2);
     });
     return std::fabs(volume);
 }
