@@ -132,7 +132,7 @@ uint32_t ExtremeInnerAngle(const L_LUMOMESH& mesh, uint32_t facet, float& angle,
     return corners.vertex[index];
 }
 
-// The shape factor's parts work on three points alone, so that thickness analysis,
+// The shape factor's pieces work on three points alone, so that thickness analysis,
 // which needs the factor unclamped, can share them through a private header.
 float TriangleInradius(const float* p0, const float* p1, const float* p2)
 {
