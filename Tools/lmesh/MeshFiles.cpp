@@ -116,8 +116,10 @@ bool LoadMesh(const std::string& path, float tolerance, L_LUMOMESH& mesh, MeshFo
     case MeshFormat::AsciiStl: {
         const std::wstring wide = Wide(path);
         if (LMeshLoadFromSTL(wide.c_str(), tolerance, &mesh)) return true;
-        error = mesh.facets.count > 0 ? "the STL file is truncated: it holds fewer facets than it says"
-                                      : "the STL file holds no complete facet";
+        if (format == MeshFormat::AsciiStl || mesh.facets.count == 0)
+            error = "the file holds no complete STL facet";
+        else
+            error = "it holds fewer facets than its binary STL header says (a truncated STL, or not a mesh file)";
         return false;
     }
     default:

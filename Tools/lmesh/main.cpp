@@ -16,7 +16,7 @@ struct Subcommand {
 
 const Subcommand kSubcommands[] = {
     {"info", "print counts, box, area, volume, edge lengths and triangle quality", RunInfo},
-    {"convert", "convert between STL, PLY and the native .lmesh file", RunConvert},
+    {"convert", "convert STL, PLY or .lmesh input to binary STL or .lmesh", RunConvert},
     {"orient", "make facet winding consistent and facing outward", RunOrient},
 };
 
