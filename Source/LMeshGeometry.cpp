@@ -62,7 +62,7 @@ std::vector<uint32_t> CollectListedCorners(const L_LUMOMESH& mesh, const BaseLis
     for (uint32_t i = 0; i < facets.count; ++i) {
         const LM_FACET* facet = mesh.facets.Peek(*facets.Peek(i));
         if (!facet) continue;  // facet id past the store: skipped
-        for (int c = 0; c < 3; ++c) corners.push_back(facet->vertex[c]);
+        for (int c = 0; c < 3; ++c) corners.push_back(uint32_t(facet->vertex[c]));  // a copy: packed field
     }
     std::sort(corners.begin(), corners.end());
     corners.erase(std::unique(corners.begin(), corners.end()), corners.end());
