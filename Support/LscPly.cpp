@@ -1,21 +1,27 @@
-// PLY reader: turns the vertex and face elements of a PLY file into triangle soup.
+// PLY reader: turns the vertex, face and tristrips elements of a PLY file into
+// triangle soup.
 //
 // The file is mapped, its header parsed into elements and typed properties, and the
 // body then walked element by element in header order through one value source per
 // format (ASCII tokens, or binary values of either byte order). Every element and
-// property is read or skipped, so unknown ones (edges, tristrips, materials, normals,
-// colours, texture lists) cost nothing but their bytes. Faces keep vertex indices
+// property is read or skipped, so unknown ones (edges, materials, normals, colours,
+// texture lists) cost nothing but their bytes. Faces and strips keep vertex indices
 // only, checked against the vertex count the header declares, and become coordinates
-// once everything is read: faces may therefore come before vertices. Polygons are
-// split as fans (0,1,2), (0,2,3), ...; faces of fewer than three corners give nothing.
+// once everything is read: they may therefore come before vertices. Their triangles
+// are appended in element order. Polygons are split as fans (0,1,2), (0,2,3), ...;
+// faces of fewer than three corners give nothing. A strip row is a list of ids in
+// which -1 restarts the strip; its k-th triangle after a restart is (k, k+1, k+2),
+// with the first two swapped for odd k so that all keep the strip's winding.
+// Strip triangles that repeat an id are dropped (see AddStripTriangle).
 //
 // Status values: 0 success; 1 the file cannot be opened; 2 the header cannot be read
 // (no "ply" line, no end_header, unknown format, type or keyword, malformed line);
-// 3 the vertex element lacks a scalar x, y or z, or the face element lacks its
-// vertex_indices / vertex_index list; 4 the body is shorter than its counts; 5 a value
-// that is no number (ASCII garbage, a number beyond double range, a negative or
-// fractional list count); 6 a vertex index that is negative, fractional or not below
-// the vertex count; 7 more than 2^32 - 1 triangles or vertices, or memory exhausted.
+// 3 the vertex element lacks a scalar x, y or z, or the face or tristrips element
+// lacks its vertex_indices / vertex_index list; 4 the body is shorter than its counts;
+// 5 a value that is no number (ASCII garbage, a number beyond double range, a negative
+// or fractional list count); 6 a vertex index that is negative (other than a strip's
+// -1), fractional or not below the vertex count; 7 more than 2^32 - 1 triangles or
+// vertices, or memory exhausted.
 // A valid file without faces (or without anything) gives 0 triangles with status 0
 // and a valid empty array.
 #include "LscFormats.h"
@@ -48,7 +54,7 @@ enum PlyStatus : short {
 enum class PlyType : uint8_t { kInt8, kUint8, kInt16, kUint16, kInt32, kUint32, kFloat32, kFloat64 };
 enum class PlyFormat : uint8_t { kAscii, kBinaryLittleEndian, kBinaryBigEndian };
 // What the reader does with a property's values.
-enum class PropertyUse : uint8_t { kSkip, kX, kY, kZ, kCorners };
+enum class PropertyUse : uint8_t { kSkip, kX, kY, kZ, kCorners, kStripIds };
 
 struct PlyProperty {
     std::string name;
@@ -233,35 +239,52 @@ short ParseHeader(std::string_view file, PlyHeader& header)
     return kPlyBadHeader;  // no end_header
 }
 
-// Marks x, y, z of the first vertex element and the index list of the first face
-// element; later elements of the same names are skipped like any other.
+short MarkVertexAxes(PlyElement& element, PlyHeader& header)
+{
+    element.isVertex = true;
+    const PropertyUse axes[] = {PropertyUse::kX, PropertyUse::kY, PropertyUse::kZ};
+    const char* names[] = {"x", "y", "z"};
+    for (int axis = 0; axis < 3; ++axis) {
+        PlyProperty* found = nullptr;
+        for (PlyProperty& property : element.properties)
+            if (!found && !property.isList && property.name == names[axis]) found = &property;
+        if (!found) return kPlyMissingProperty;
+        found->use = axes[axis];
+    }
+    if (element.count > std::numeric_limits<uint32_t>::max()) return kPlyTooLarge;
+    header.vertexCount = static_cast<uint32_t>(element.count);
+    return kPlyOk;
+}
+
+short MarkIndexList(PlyElement& element, PropertyUse use)
+{
+    PlyProperty* found = nullptr;
+    for (PlyProperty& property : element.properties)
+        if (!found && property.isList && (property.name == "vertex_indices" || property.name == "vertex_index"))
+            found = &property;
+    if (!found) return kPlyMissingProperty;
+    found->use = use;
+    return kPlyOk;
+}
+
+// Marks x, y, z of the first vertex element and the index lists of the first face and
+// the first tristrips element; later elements of the same names are skipped like any other.
 short AssignPropertyUses(PlyHeader& header)
 {
-    bool vertexSeen = false, faceSeen = false;
+    bool vertexSeen = false, faceSeen = false, stripsSeen = false;
     for (PlyElement& element : header.elements) {
+        short status = kPlyOk;
         if (element.name == "vertex" && !vertexSeen) {
-            vertexSeen = element.isVertex = true;
-            const PropertyUse axes[] = {PropertyUse::kX, PropertyUse::kY, PropertyUse::kZ};
-            const char* names[] = {"x", "y", "z"};
-            for (int axis = 0; axis < 3; ++axis) {
-                PlyProperty* found = nullptr;
-                for (PlyProperty& property : element.properties)
-                    if (!found && !property.isList && property.name == names[axis]) found = &property;
-                if (!found) return kPlyMissingProperty;
-                found->use = axes[axis];
-            }
-            if (element.count > std::numeric_limits<uint32_t>::max()) return kPlyTooLarge;
-            header.vertexCount = static_cast<uint32_t>(element.count);
+            vertexSeen = true;
+            status = MarkVertexAxes(element, header);
         } else if (element.name == "face" && !faceSeen) {
             faceSeen = true;
-            PlyProperty* found = nullptr;
-            for (PlyProperty& property : element.properties)
-                if (!found && property.isList &&
-                    (property.name == "vertex_indices" || property.name == "vertex_index"))
-                    found = &property;
-            if (!found) return kPlyMissingProperty;
-            found->use = PropertyUse::kCorners;
+            status = MarkIndexList(element, PropertyUse::kCorners);
+        } else if (element.name == "tristrips" && !stripsSeen) {
+            stripsSeen = true;
+            status = MarkIndexList(element, PropertyUse::kStripIds);
         }
+        if (status != kPlyOk) return status;
     }
     return kPlyOk;
 }
@@ -415,14 +438,19 @@ short ReadListCount(Source& source, const PlyProperty& property, uint64_t& count
     return count > source.Remaining() / Source::MinimumBytes(property.type) ? kPlyTruncated : kPlyOk;
 }
 
+short CheckVertexIndex(double value, uint32_t vertexCount, uint32_t& index)
+{
+    if (!(value >= 0 && value < double(vertexCount))) return kPlyBadIndex;  // NaN fails too
+    index = static_cast<uint32_t>(value);
+    return double(index) == value ? kPlyOk : kPlyBadIndex;
+}
+
 template <class Source>
 short ReadVertexIndex(Source& source, PlyType type, uint32_t vertexCount, uint32_t& index)
 {
     double value = 0;
     if (short status = source.Read(type, value)) return status;
-    if (!(value >= 0 && value < double(vertexCount))) return kPlyBadIndex;  // NaN fails too
-    index = static_cast<uint32_t>(value);
-    return double(index) == value ? kPlyOk : kPlyBadIndex;
+    return CheckVertexIndex(value, vertexCount, index);
 }
 
 short AddTriangle(TriangleSoup& soup, uint32_t a, uint32_t b, uint32_t c)
@@ -453,6 +481,43 @@ short ReadPolygonAsFan(Source& source, const PlyProperty& property, TriangleSoup
     return kPlyOk;
 }
 
+// A triangle that repeats an id has no area: strips use such triangles only to join
+// runs or turn, so they carry no surface and are dropped. Dropping one leaves the
+// winding of the next alone, since parity counts every id triple after a restart.
+short AddStripTriangle(TriangleSoup& soup, uint32_t older, uint32_t previous, uint32_t index, bool odd)
+{
+    if (older == previous || previous == index || older == index) return kPlyOk;
+    return odd ? AddTriangle(soup, previous, older, index) : AddTriangle(soup, older, previous, index);
+}
+
+// Turns a strip row into triangles as its ids arrive, so that a long strip needs no
+// buffer; its triangle count is unknown until read, so the soup grows as they come.
+template <class Source>
+short ReadStrip(Source& source, const PlyProperty& property, TriangleSoup& soup)
+{
+    const double kRestart = -1;
+    uint64_t idCount = 0;
+    if (short status = ReadListCount(source, property, idCount)) return status;
+    uint64_t run = 0;  // ids since the last restart
+    uint32_t older = 0, previous = 0;
+    for (uint64_t k = 0; k < idCount; ++k) {
+        double value = 0;
+        if (short status = source.Read(property.type, value)) return status;
+        if (value == kRestart) {
+            run = 0;
+            continue;
+        }
+        uint32_t index = 0;
+        if (short status = CheckVertexIndex(value, soup.vertexCount, index)) return status;
+        if (run >= 2)
+            if (short status = AddStripTriangle(soup, older, previous, index, run % 2 == 1)) return status;
+        older = previous;
+        previous = index;
+        ++run;
+    }
+    return kPlyOk;
+}
+
 template <class Source>
 short SkipProperty(Source& source, const PlyProperty& property)
 {
@@ -474,6 +539,8 @@ short ReadElement(Source& source, const PlyElement& element, TriangleSoup& soup)
                 status = SkipProperty(source, property);
             } else if (property.use == PropertyUse::kCorners) {
                 status = ReadPolygonAsFan(source, property, soup);
+            } else if (property.use == PropertyUse::kStripIds) {
+                status = ReadStrip(source, property, soup);
             } else {
                 double value = 0;
                 status = source.Read(property.type, value);
@@ -496,7 +563,8 @@ short ReadBody(Source source, const PlyHeader& header, TriangleSoup& soup)
 
 // Room for the triangles a face element may give, bounded by what the body can hold
 // (a triangle takes at least 8 bytes, "3 0 1 2\n" or more in any format), so that a
-// lying count cannot reserve more than the file justifies.
+// lying count cannot reserve more than the file justifies. Strips are not counted:
+// their rows say nothing of their triangle count.
 void ReserveTriangles(const PlyHeader& header, uint64_t bodyBytes, TriangleSoup& soup)
 {
     for (const PlyElement& element : header.elements) {

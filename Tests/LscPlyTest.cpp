@@ -106,6 +106,37 @@ Bytes MakeOddBinarySquare(bool bigEndian)
     return file;
 }
 
+// The square twice, as strip rows: "1 2 0 3", a restart, then "1 1 0 2 3" whose
+// leading join (1,1,0) repeats an id; then a row too short to give a triangle. All
+// four triangles face +z only if parity restarts at -1 and survives the dropped join.
+const std::vector<std::vector<int>> kSquareStripRows = {{1, 2, 0, 3, -1, 1, 1, 0, 2, 3}, {0, 1}};
+const std::vector<float> kSquareFromStrips = {1, 0, 2, 1, 1, 2, 0, 0, 2,   0, 0, 2, 1, 1, 2, 0, 1, 2,
+                                              0, 0, 2, 1, 0, 2, 1, 1, 2,   0, 0, 2, 1, 1, 2, 0, 1, 2};
+
+// Strips before the vertices, as ASCII or as binary with short ids.
+Bytes MakeStripSquare(const char* format, bool bigEndian)
+{
+    const bool ascii = std::strcmp(format, "ascii") == 0;
+    Bytes file = std::string("ply\nformat ") + format + " 1.0\nelement tristrips 2\n" +
+                 (ascii ? "property list int int vertex_indices\n" : "property list uchar short vertex_indices\n") +
+                 "element vertex 4\nproperty float x\nproperty float y\nproperty float z\nend_header\n";
+    for (const std::vector<int>& row : kSquareStripRows) {
+        if (ascii) file += std::to_string(row.size());
+        else Put<uint8_t>(file, uint8_t(row.size()), bigEndian);
+        for (int id : row) {
+            if (ascii) file += " " + std::to_string(id);
+            else Put<int16_t>(file, int16_t(id), bigEndian);
+        }
+        if (ascii) file += "\n";
+    }
+    const float xy[4][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+    for (const auto& corner : xy) {
+        if (ascii) file += std::to_string(corner[0]) + " " + std::to_string(corner[1]) + " 2\n";
+        else for (float v : {corner[0], corner[1], 2.0f}) Put<float>(file, v, bigEndian);
+    }
+    return file;
+}
+
 TEST_F(PlyReader, AsciiQuadSplitsAsFanAndShortFacesGiveNothing)
 {
     const PlyResult result = Read(
@@ -131,7 +162,19 @@ TEST_F(PlyReader, BinaryOddTypesReadAlikeInBothByteOrders)
     }
 }
 
-TEST_F(PlyReader, FacesBeforeVerticesNamedVertexIndexAmongUnknownElements)
+TEST_F(PlyReader, StripsRestartAndDropJoinsAlikeInEveryFormat)
+{
+    const struct { const char* format; bool bigEndian; } formats[] = {
+        {"ascii", false}, {"binary_little_endian", false}, {"binary_big_endian", true}};
+    for (const auto& f : formats) {
+        SCOPED_TRACE(f.format);
+        const PlyResult result = Read(MakeStripSquare(f.format, f.bigEndian));
+        ASSERT_EQ(result.status, kOk);
+        EXPECT_EQ(result.floats, kSquareFromStrips);
+    }
+}
+
+TEST_F(PlyReader, FacesBeforeVerticesNamedVertexIndexAmongUnknownElementsThenStrips)
 {
     const PlyResult result = Read(
         "ply\nformat ascii 1.0\nelement material 2\nproperty list int float rgb\nproperty char id\n"
@@ -143,7 +186,9 @@ TEST_F(PlyReader, FacesBeforeVerticesNamedVertexIndexAmongUnknownElements)
         "0 0 2\n1 0 2\n1 1 2\n0 1 2\n"
         "5 0 1 2 -1 3\n");
     ASSERT_EQ(result.status, kOk);
-    EXPECT_EQ(result.floats, kQuadAsFan);
+    std::vector<float> expected = kQuadAsFan;  // then the strip's one triangle, in element order
+    expected.insert(expected.end(), {0, 0, 2, 1, 0, 2, 1, 1, 2});
+    EXPECT_EQ(result.floats, expected);
 }
 
 TEST_F(PlyReader, HostileFilesFailCleanly)
@@ -151,6 +196,9 @@ TEST_F(PlyReader, HostileFilesFailCleanly)
     const std::string xyz = "property float x\nproperty float y\nproperty float z\n";
     const std::string asciiHead = "ply\nformat ascii 1.0\nelement vertex 3\n" + xyz +
                                   "element face 1\nproperty list uchar int vertex_indices\nend_header\n";
+    const std::string stripHead = "ply\nformat ascii 1.0\nelement vertex 3\n" + xyz +
+                                  "element tristrips 1\nproperty list int int vertex_indices\nend_header\n"
+                                  "0 0 0\n1 0 0\n0 1 0\n";
     const struct {
         const char* what;
         Bytes content;
@@ -169,6 +217,11 @@ TEST_F(PlyReader, HostileFilesFailCleanly)
          kMissingProperty},
         {"index past vertices", asciiHead + "0 0 0\n1 0 0\n0 1 0\n3 0 1 3\n", kBadIndex},
         {"negative index", asciiHead + "0 0 0\n1 0 0\n0 1 0\n3 0 -1 2\n", kBadIndex},
+        {"strip id past vertices", stripHead + "5 0 1 -1 2 3\n", kBadIndex},
+        {"strip id below -1", stripHead + "4 0 1 2 -2\n", kBadIndex},
+        {"strip without index list", "ply\nformat ascii 1.0\nelement tristrips 0\nproperty int i\nend_header\n",
+         kMissingProperty},
+        {"strip cut short", stripHead + "4 0 1 2\n", kTruncated},
         {"garbage number", asciiHead + "0 0 0\n1 0x 0\n0 1 0\n3 0 1 2\n", kBadNumber},
         {"fractional count", asciiHead + "0 0 0\n1 0 0\n0 1 0\n3.5 0 1 2\n", kBadNumber},
         {"ascii cut short", asciiHead + "0 0 0\n1 0 0\n0 1 0\n3 0 1\n", kTruncated},
@@ -190,11 +243,12 @@ TEST_F(PlyReader, HostileFilesFailCleanly)
 
 TEST_F(PlyReader, EveryCutOfABinaryBodyIsTruncation)
 {
-    const Bytes whole = MakeOddBinarySquare(true);
-    const size_t bodyStart = whole.find("end_header\n") + 11;
-    for (size_t size = bodyStart; size < whole.size(); ++size) {
-        SCOPED_TRACE(size);
-        EXPECT_EQ(Read(whole.substr(0, size)).status, kTruncated);
+    for (const Bytes& whole : {MakeOddBinarySquare(true), MakeStripSquare("binary_little_endian", false)}) {
+        const size_t bodyStart = whole.find("end_header\n") + 11;
+        for (size_t size = bodyStart; size < whole.size(); ++size) {
+            SCOPED_TRACE(size);
+            EXPECT_EQ(Read(whole.substr(0, size)).status, kTruncated);
+        }
     }
 }
 
@@ -215,7 +269,7 @@ TEST_F(PlyReader, CorpusFilesGiveTheirTriangleCounts)
         {"fuze_texcoords_binary.ply", kOk, 1000},           // face list and scalars after the indices
         {"range_scan_camera_binary.ply", kOk, 86766},       // a camera element first
         {"thingi73416_split9_large_binary.ply", kOk, 691560},
-        {"brain_tristrips_binary.ply", kOk, 0},             // strips are an unknown element here
+        {"brain_tristrips_binary.ply", kOk, 36752},         // one strip row, 5,884 restarts, no joins
         {"empty_ascii.ply", kOk, 0},                        // zero vertices and faces
         {"empty_zero_bytes.ply", kBadHeader, 0},
     };
