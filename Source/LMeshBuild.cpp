@@ -2,11 +2,11 @@
 // shared edges, and triangle soup welded within a tolerance.
 //
 // Shared edges are found through a chain per vertex of the edges whose smaller end
-// it is (the valence is small, so a chain is a handful of steps). Welding at
-// tolerance 0 is an exact-position hash; above 0 it is a balanced tree under the
-// tolerance compare, which is not a true order: which of several nearby vertices a
-// corner welds to then depends on the tree's shape, as accepted for this builder.
+// it is (the valence is small, so a chain is a handful of steps); corners are welded
+// by VertexWelder.
 #include "LMeshBuild.h"
+
+#include "LMeshWeld.h"
 
 #include <algorithm>
 #include <cstring>
@@ -14,8 +14,6 @@
 #include <vector>
 
 namespace {
-
-constexpr uint32_t kProbe = LM_NONE;  // tree item standing for the corner being looked up
 
 // The store's next record, or an int thrown when memory runs out.
 template <class T>
@@ -173,138 +171,26 @@ bool CreateFromIndexed(L_LUMOMESH& mesh, const Real* coords, uint32_t vertexCoun
     return true;
 }
 
-struct Position {
-    float p[3];
-};
-
-uint32_t HashPosition(const float* p)
-{
-    uint32_t h = 0x811C9DC5u;
-    for (int k = 0; k < 3; ++k) {
-        const float value = p[k] == 0.0f ? 0.0f : p[k];  // -0 and +0 compare equal
-        uint32_t bits;
-        std::memcpy(&bits, &value, sizeof bits);
-        h = (h ^ bits) * 0x9E3779B1u;
-        h ^= h >> 15;
-    }
-    return h;
-}
-
-bool SamePosition(const float* p, const float* q) { return p[0] == q[0] && p[1] == q[1] && p[2] == q[2]; }
-
-// Exact welding: an open-addressing table of vertex ids keyed by position.
-class ExactVertexIndex {
-public:
-    ExactVertexIndex(const std::vector<Position>& positions, uint32_t firstVertex, uint32_t expected)
-        : positions_(positions), firstVertex_(firstVertex)
-    {
-        uint32_t capacity = 1024;
-        while (capacity < expected && capacity < (1u << 31)) capacity *= 2;
-        slots_.assign(capacity, LM_NONE);
-    }
-
-    // The vertex at exactly p, or else newId, which is then entered.
-    uint32_t FindOrAdd(const float* p, uint32_t newId)
-    {
-        const uint32_t mask = uint32_t(slots_.size() - 1);
-        for (uint32_t s = HashPosition(p) & mask;; s = (s + 1) & mask) {
-            const uint32_t id = slots_[s];
-            if (id == LM_NONE) {
-                slots_[s] = newId;
-                if (++used_ * 2 > slots_.size()) Grow();
-                return newId;
-            }
-            if (SamePosition(positions_[id - firstVertex_].p, p)) return id;
-        }
-    }
-
-private:
-    void Grow()
-    {
-        std::vector<uint32_t> old(slots_.size() * 2, LM_NONE);
-        old.swap(slots_);
-        const uint32_t mask = uint32_t(slots_.size() - 1);
-        for (uint32_t id : old) {
-            if (id == LM_NONE) continue;
-            uint32_t s = HashPosition(positions_[id - firstVertex_].p) & mask;
-            while (slots_[s] != LM_NONE) s = (s + 1) & mask;
-            slots_[s] = id;
-        }
-    }
-
-    const std::vector<Position>& positions_;
-    uint32_t firstVertex_;
-    uint32_t used_ = 0;
-    std::vector<uint32_t> slots_;
-};
-
-struct ToleranceCompare {
-    const std::vector<Position>* positions = nullptr;
-    uint32_t firstVertex = 0;
-    float tolerance2 = 0.0f;
-    Position probe{};
-
-    const float* At(uint32_t id) const { return id == kProbe ? probe.p : (*positions)[id - firstVertex].p; }
-    int operator()(uint32_t a, uint32_t b) const { return CompareVertexToTolerance(At(a), At(b), tolerance2); }
-};
-
 }  // namespace
-
-int CompareVertexToTolerance(const float* p, const float* q, float tolerance2)
-{
-    const float dx = p[0] - q[0], dy = p[1] - q[1], dz = p[2] - q[2];
-    const float d = dy * dy + dx * dx + dz * dz;
-    if (d < tolerance2) return 0;
-    for (int k = 0; k < 3; ++k) {
-        if (q[k] > p[k]) return -1;
-        if (p[k] > q[k]) return 1;
-    }
-    return 0;
-}
 
 struct MergingInserter::State {
     State(L_LUMOMESH& target, float tolerance, uint32_t expectedTriangles)
-        : mesh(target), firstVertex(target.vertices.count), tolerance2(tolerance * tolerance),
-          edgeIndex(target, firstVertex, expectedTriangles + expectedTriangles / 2),
-          exactIndex(positions, firstVertex, tolerance2 > 0.0f ? 0 : expectedTriangles)
+        : mesh(target), edgeIndex(target, target.vertices.count, expectedTriangles + expectedTriangles / 2),
+          welder(target.vertices.count, tolerance, expectedTriangles / 2 + 16)
     {
-        positions.reserve(expectedTriangles / 2 + 16);
-        ToleranceCompare compare;
-        compare.positions = &positions;
-        compare.firstVertex = firstVertex;
-        compare.tolerance2 = tolerance2;
-        tree.SetCompare(compare);
     }
-
-    bool Exact() const { return !(tolerance2 > 0.0f); }  // tolerance 0 (or NaN) welds equal positions only
 
     uint32_t WeldCorner(const float* p)
     {
-        const uint32_t newId = mesh.vertices.count;
-        // The candidate's position is stored first: entering it may rehash the table,
-        // which reads the positions of every id it holds.
-        positions.push_back(Position{{p[0], p[1], p[2]}});
-        uint32_t id = newId;
-        if (Exact()) {
-            id = exactIndex.FindOrAdd(p, newId);
-        } else {
-            for (int k = 0; k < 3; ++k) tree.GetCompare().probe.p[k] = p[k];
-            if (tree.FindOrInsert(kProbe, newId, id) == LTreeInsert::NoMemory) throw 0;
-        }
-        if (id != newId) {
-            positions.pop_back();
-            return id;
-        }
+        const uint32_t found = welder.Find(p);
+        if (found != LM_NONE) return found;
+        welder.Add(p);
         return AppendVertex(mesh, p);
     }
 
     L_LUMOMESH& mesh;
-    uint32_t firstVertex;
-    float tolerance2;
-    std::vector<Position> positions;  // of the vertices created here, from firstVertex on
     EdgeIndex edgeIndex;
-    ExactVertexIndex exactIndex;
-    LTreeCore<ToleranceCompare> tree;
+    VertexWelder welder;
 };
 
 MergingInserter::MergingInserter(L_LUMOMESH& mesh, float tolerance, uint32_t expectedTriangles)

@@ -8,8 +8,8 @@
 
 // Welds the corners of incoming triangles to the vertices this inserter created
 // before (exactly equal corners at tolerance 0, corners closer than the tolerance
-// otherwise), and shares edges between the facets it adds. Vertices and edges that
-// were in the mesh before it was made are never matched.
+// otherwise; see VertexWelder), and shares edges between the facets it adds.
+// Vertices and edges that were in the mesh before it was made are never matched.
 class MergingInserter {
 public:
     // expectedTriangles sizes the lookup structures; it is a hint, not a limit.
@@ -26,7 +26,3 @@ private:
     struct State;
     std::unique_ptr<State> state_;
 };
-
-// The builders' vertex order: 0 for positions whose squared distance (dy^2 + dx^2 +
-// dz^2 in float32) is below tolerance2, otherwise x, then y, then z decide.
-int CompareVertexToTolerance(const float* p, const float* q, float tolerance2);

@@ -201,6 +201,30 @@ TEST(VertexListBuild, AddsToAMeshWithoutWeldingToIt)
     EXPECT_EQ(mesh.facetCount, 24u);
 }
 
+TEST(VertexListBuild, CornerInReachOfSeveralWeldsToTheLowestNumbered)
+{
+    // Vertices 0 (0,0,0) and 3 (0.3,0,0); the last corner, at 0.16, is within 0.2 of
+    // both, and takes 0. An exact twin of vertex 3 takes 3 although 0 is in reach too.
+    const float soup[27] = {0, 0, 0, 5, 0, 0, 0, 5, 0,   0.3f, 0, 0, 0.3f, 9, 0, 9, 9, 0,
+                            0.3f, 0, 0, 9, 0, 9, 0.16f, 0, 0};
+    L_LUMOMESH mesh;
+    LMeshReadVertexListIntoLumoMesh(soup, 3, mesh, 0.2f, 0);
+    const LM_FACET& last = *mesh.facets.Peek(2);
+    EXPECT_EQ(+last.vertex[0], 3u);
+    EXPECT_EQ(+last.vertex[2], 0u);
+    EXPECT_EQ(mesh.vertexCount, 7u);
+}
+
+TEST(VertexListBuild, ToleranceSignAndSizeAreTakenAsSquared)
+{
+    const float soup[18] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0.01f, 0, 0, 50, 50, 50, -1e18f, 0, 0};
+    L_LUMOMESH negative, huge;
+    LMeshReadVertexListIntoLumoMesh(soup, 2, negative, -0.1f, 0);
+    EXPECT_EQ(negative.vertexCount, 5u) << "a negative tolerance welds like its magnitude";
+    LMeshReadVertexListIntoLumoMesh(soup, 2, huge, 1e30f, 0);
+    EXPECT_EQ(huge.vertexCount, 1u) << "a tolerance whose square overflows welds every finite corner";
+}
+
 TEST(VertexListBuild, RepeatedSoupWeldsWhateverTheSizeHint)
 {
     // 600 separate triangles, then the same 600 again: the lookup grows while welding.

@@ -1,0 +1,40 @@
+// Finding the vertex that a new triangle corner welds to, for the merging insert.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+// Knows the vertices it was given (numbered from firstVertex on, in order) and finds
+// the one a corner welds to: an exactly equal position first (-0 equals +0), and with
+// a tolerance above 0 otherwise the lowest-numbered vertex whose squared distance,
+// dy^2 + dx^2 + dz^2 in float, is below tolerance^2. Lookups cost a hash probe and,
+// with a tolerance, the few grid cells within reach of the corner.
+class VertexWelder {
+public:
+    VertexWelder(uint32_t firstVertex, float tolerance, uint32_t expectedVertices);
+    ~VertexWelder();
+    VertexWelder(const VertexWelder&) = delete;
+    VertexWelder& operator=(const VertexWelder&) = delete;
+
+    // The vertex the corner welds to, or LM_NONE (0xFFFFFFFF).
+    uint32_t Find(const float* p);
+    // Enters the next vertex, at p. Must follow the Find of the same p that missed.
+    // Throws std::bad_alloc when memory runs out.
+    void Add(const float* p);
+
+private:
+public:
+    struct Position {
+        float p[3];
+    };
+
+private:
+    class ExactTable;
+    class ToleranceGrid;
+
+    uint32_t firstVertex_;
+    std::vector<Position> positions_;  // of vertex firstVertex + i at i
+    std::unique_ptr<ExactTable> exact_;
+    std::unique_ptr<ToleranceGrid> grid_;  // null at tolerance 0
+};
