@@ -7,6 +7,8 @@
 #include <fstream>
 #include <map>
 
+#include <unistd.h>
+
 #include "LMesh.h"
 
 namespace {
@@ -58,16 +60,41 @@ std::string TempFile(const char* name)
 
 std::wstring Wide(const std::string& path) { return std::wstring(path.begin(), path.end()); }
 
-void PeakResident::Reset()
+std::map<std::string, PeakProbe>& PeakProbes()
 {
-    std::ofstream("/proc/self/clear_refs") << "5";  // restart the kernel's high-water mark
-    baseKilobytes_ = StatusKilobytes("VmRSS:");
+    static std::map<std::string, PeakProbe> probes;
+    return probes;
 }
 
-uint64_t PeakResident::AddedBytes() const
+bool RegisterPeakProbe(const std::string& name, PeakProbe probe)
 {
+    PeakProbes()[name] = std::move(probe);
+    return true;
+}
+
+uint64_t PeakBytesInFreshProcess(const std::string& name, const std::string& argument)
+{
+    const std::string command = "/proc/" + std::to_string(getpid()) + "/exe --peak-probe '" + name + "' '" + argument + "'";
+    FILE* child = popen(command.c_str(), "r");
+    if (!child) return 0;
+    unsigned long long bytes = 0;
+    if (std::fscanf(child, "%llu", &bytes) != 1) bytes = 0;
+    pclose(child);
+    return bytes;
+}
+
+bool RunRequestedPeakProbe(int argc, char** argv)
+{
+    if (argc != 4 || std::strcmp(argv[1], "--peak-probe") != 0) return false;
+    const auto found = PeakProbes().find(argv[2]);
+    if (found == PeakProbes().end()) return true;
+    const PeakWork work = found->second(argv[3]);
+    std::ofstream("/proc/self/clear_refs") << "5";  // restart the kernel's high-water mark
+    const uint64_t base = StatusKilobytes("VmRSS:");
+    work();
     const uint64_t peak = StatusKilobytes("VmHWM:");
-    return peak > baseKilobytes_ ? (peak - baseKilobytes_) * 1024 : 0;
+    std::printf("%llu\n", (unsigned long long)(peak > base ? (peak - base) * 1024 : 0));
+    return true;
 }
 
 namespace {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,15 +22,20 @@ std::vector<float> SoupOf(const Torus& torus);
 std::string TempFile(const char* name);
 std::wstring Wide(const std::string& path);
 
-// Peak resident memory added by a piece of work: Reset before it, Added after it.
-class PeakResident {
-public:
-    void Reset();
-    uint64_t AddedBytes() const;
+// Peak memory is measured in a process of its own, so that memory an earlier
+// benchmark freed but the allocator kept cannot hide a later one's needs. A probe
+// prepares its input (not counted), then returns the work whose peak is measured.
+using PeakWork = std::function<void()>;
+using PeakProbe = std::function<PeakWork(const std::string& argument)>;
+bool RegisterPeakProbe(const std::string& name, PeakProbe probe);
 
-private:
-    uint64_t baseKilobytes_ = 0;
-};
+// Runs this program again to do only the named probe; the resident memory the work
+// added at its peak, in bytes (0 if the probe could not run).
+uint64_t PeakBytesInFreshProcess(const std::string& name, const std::string& argument);
+
+// Called first in main: when the arguments ask for a probe, runs it, prints its
+// figure and returns true.
+bool RunRequestedPeakProbe(int argc, char** argv);
 
 // A binary STL of a torus with about `facets` facets, written once and reused.
 const std::string& TorusStl(uint32_t facets);

@@ -95,29 +95,40 @@ void NativeRead(benchmark::State& state, bool reuse)
 void BM_NativeRead(benchmark::State& state) { NativeRead(state, false); }
 void BM_NativeReadReuse(benchmark::State& state) { NativeRead(state, true); }
 
+const std::vector<float>& TorusSoup()
+{
+    static const std::vector<float> soup = SoupOf(MakeTorus(1000, 500));  // 1,000,000 triangles
+    return soup;
+}
+
+void WeldSoup(const std::vector<float>& soup, float tolerance)
+{
+    L_LUMOMESH mesh;
+    LMeshReadVertexListIntoLumoMesh(soup.data(), int(soup.size() / 9), mesh, tolerance, 0);
+    benchmark::DoNotOptimize(mesh.vertexCount);
+}
+
+const bool kWeldProbe = RegisterPeakProbe("weld_soup", [](const std::string& tolerance) -> PeakWork {
+    const std::vector<float>& soup = TorusSoup();
+    const float value = std::stof(tolerance);
+    return [&soup, value] { WeldSoup(soup, value); };
+});
+
 void BM_WeldSoup(benchmark::State& state)
 {
     const float tolerance = state.range(0) == 0 ? 0.0f : 1e-4f;
-    static const std::vector<float> soup = SoupOf(MakeTorus(1000, 500));  // 1,000,000 triangles
+    const std::vector<float>& soup = TorusSoup();
     const int triangles = int(soup.size() / 9);
-    uint64_t peak = 0;
-    PeakResident resident;
-    for (auto _ : state) {
-        state.PauseTiming();
-        resident.Reset();
-        state.ResumeTiming();
-        {
-            L_LUMOMESH mesh;
-            LMeshReadVertexListIntoLumoMesh(soup.data(), triangles, mesh, tolerance, 0);
-            state.PauseTiming();
-            if (mesh.vertexCount != 500000u) state.SkipWithError("the torus did not weld to 500,000 vertices");
-            peak = std::max(peak, resident.AddedBytes());
-        }
-        state.ResumeTiming();
+    {
+        L_LUMOMESH mesh;
+        LMeshReadVertexListIntoLumoMesh(soup.data(), triangles, mesh, tolerance, 0);
+        if (mesh.vertexCount != 500000u) state.SkipWithError("the torus did not weld to 500,000 vertices");
     }
+    for (auto _ : state) WeldSoup(soup, tolerance);
     state.SetItemsProcessed(int64_t(state.iterations() * triangles));
-    state.counters["peak_B_per_tri"] = double(peak) / triangles;
-    state.counters["with_soup_B_per_tri"] = double(peak) / triangles + 36.0;
+    const double peak = double(PeakBytesInFreshProcess("weld_soup", std::to_string(tolerance)));
+    state.counters["peak_B_per_tri"] = peak / triangles;
+    state.counters["with_soup_B_per_tri"] = peak / triangles + 36.0;
 }
 
 }  // namespace
@@ -129,4 +140,11 @@ BENCHMARK(BM_NativeRead)->Unit(benchmark::kMillisecond)->UseRealTime()->Iteratio
 BENCHMARK(BM_NativeReadReuse)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 BENCHMARK(BM_WeldSoup)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    if (RunRequestedPeakProbe(argc, argv)) return 0;
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -25,26 +25,27 @@ L_LUMOMESH TorusMesh(int n, int m)
     return mesh;
 }
 
+void LoadStl(const std::string& path, float tolerance, benchmark::State* state)
+{
+    L_LUMOMESH mesh;
+    if (!LMeshLoadFromSTL(Wide(path).c_str(), tolerance, &mesh) && state) state->SkipWithError("load failed");
+    benchmark::DoNotOptimize(mesh.facetCount);
+}
+
+const bool kLoadProbes = RegisterPeakProbe("stl_load_0", [](const std::string& path) -> PeakWork {
+    return [path] { LoadStl(path, 0.0f, nullptr); };
+}) && RegisterPeakProbe("stl_load_1e-4", [](const std::string& path) -> PeakWork {
+    return [path] { LoadStl(path, 1e-4f, nullptr); };
+});
+
 void BM_StlLoad(benchmark::State& state)
 {
     const float tolerance = state.range(0) == 0 ? 0.0f : 1e-4f;
     const std::string& path = TorusStl(1000000);
-    PeakResident resident;
-    uint64_t peak = 0;
-    uint32_t facets = 0;
-    for (auto _ : state) {
-        state.PauseTiming();
-        resident.Reset();
-        state.ResumeTiming();
-        L_LUMOMESH mesh;
-        if (!LMeshLoadFromSTL(Wide(path).c_str(), tolerance, &mesh)) state.SkipWithError("load failed");
-        state.PauseTiming();
-        peak = std::max(peak, resident.AddedBytes());
-        facets = mesh.facetCount;
-        state.ResumeTiming();
-    }
-    state.SetItemsProcessed(int64_t(state.iterations()) * facets);
-    state.counters["peak_MB"] = double(peak) / 1e6;
+    for (auto _ : state) LoadStl(path, tolerance, &state);
+    state.SetItemsProcessed(int64_t(state.iterations()) * 1000000);
+    const char* probe = state.range(0) == 0 ? "stl_load_0" : "stl_load_1e-4";
+    state.counters["peak_MB"] = double(PeakBytesInFreshProcess(probe, path)) / 1e6;
 }
 
 void BM_StlSave(benchmark::State& state)

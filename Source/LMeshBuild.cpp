@@ -82,63 +82,80 @@ void WriteFacet(L_LUMOMESH& mesh, uint32_t f, const uint32_t* corner, const uint
     facet->flags |= LM_LIVE;
 }
 
-void SetVertexEdge(L_LUMOMESH& mesh, uint32_t v, uint32_t e) { mesh.vertices.At(v)->edge = e; }
-
 // Edges created by one build, found by their two ends. Each edge is chained under
-// its smaller end; only edges made through this index are known to it.
+// its smaller end, and the chains live in the records themselves so that a build
+// needs no memory beyond the mesh: while the build runs, a vertex's `edge` holds the
+// newest edge chained under it and an edge's `vertex[0]`, which the chain implies,
+// holds the next edge of the chain. Settle (run by the destructor, so also after a
+// failure) restores `vertex[0]` and gives each vertex the edge of the last facet
+// touching it.
 class EdgeIndex {
 public:
-    // Edges may only join vertices from firstVertex on.
-    EdgeIndex(const L_LUMOMESH& mesh, uint32_t firstVertex, uint32_t expectedEdges)
-        : firstVertex_(firstVertex), firstEdge_(mesh.edges.count)
+    // Edges may only join vertices from firstVertex on, which start with no edge.
+    EdgeIndex(L_LUMOMESH& mesh, uint32_t firstVertex)
+        : mesh_(mesh), firstVertex_(firstVertex), firstFacet_(mesh.facets.count)
     {
-        next_.reserve(expectedEdges);
     }
+    EdgeIndex(const EdgeIndex&) = delete;
+    EdgeIndex& operator=(const EdgeIndex&) = delete;
+    ~EdgeIndex() { Settle(); }
 
     // The edge joining a and b: an existing one gets `facet` as its second facet,
     // a new one gets it as its first.
-    uint32_t Join(L_LUMOMESH& mesh, uint32_t a, uint32_t b, uint32_t facet)
+    uint32_t Join(uint32_t a, uint32_t b, uint32_t facet)
     {
         const uint32_t low = std::min(a, b), high = std::max(a, b);
-        const uint32_t slot = low - firstVertex_;
-        if (slot >= head_.size()) head_.resize(size_t(slot) + 1 + head_.size() / 2, LM_NONE);
-        for (uint32_t e = head_[slot]; e != LM_NONE; e = next_[e - firstEdge_]) {
-            LM_EDGE* edge = mesh.edges.At(e);
+        LM_VERTEX* lowVertex = mesh_.vertices.At(low);
+        for (uint32_t e = lowVertex->edge; e != LM_NONE;) {
+            LM_EDGE* edge = mesh_.edges.At(e);
             if (edge->vertex[1] == high) {
                 edge->facet[1] = facet;
                 return e;
             }
+            e = edge->vertex[0];
         }
-        const uint32_t e = AppendEdge(mesh, low, high, facet);
-        next_.push_back(head_[slot]);
-        head_[slot] = e;
+        const uint32_t e = AppendEdge(mesh_, lowVertex->edge, high, facet);
+        lowVertex->edge = e;
         return e;
     }
 
 private:
+    void Settle()
+    {
+        for (uint32_t v = firstVertex_; v < mesh_.vertices.count; ++v) {
+            for (uint32_t e = mesh_.vertices.At(v)->edge; e != LM_NONE;) {
+                LM_EDGE* edge = mesh_.edges.At(e);
+                e = edge->vertex[0];
+                edge->vertex[0] = v;
+            }
+        }
+        for (uint32_t f = firstFacet_; f < mesh_.facets.count; ++f) {
+            const LM_FACET& facet = *mesh_.facets.Peek(f);
+            for (int k = 0; k < 3; ++k) mesh_.vertices.At(facet.vertex[k])->edge = facet.edge[k];
+        }
+    }
+
+    L_LUMOMESH& mesh_;
     uint32_t firstVertex_;
-    uint32_t firstEdge_;
-    std::vector<uint32_t> head_;  // per vertex: newest edge chained under it
-    std::vector<uint32_t> next_;  // per edge: the next edge of the same chain
+    uint32_t firstFacet_;
 };
 
-// Adds the facet on corners a, b, c: shared edges, facet record, counts, and the
-// vertex-to-edge links (the last facet to touch a vertex decides).
+// Adds the facet on corners a, b, c: shared edges, facet record and counts. The
+// vertex-to-edge links follow when the edge index settles.
 void AddFacetOnVertices(L_LUMOMESH& mesh, EdgeIndex& edgeIndex, const uint32_t* corner)
 {
     const uint32_t f = mesh.facets.count;
     uint32_t side[3];
-    for (int k = 0; k < 3; ++k) side[k] = edgeIndex.Join(mesh, corner[k], corner[(k + 1) % 3], f);
+    for (int k = 0; k < 3; ++k) side[k] = edgeIndex.Join(corner[k], corner[(k + 1) % 3], f);
     WriteFacet(mesh, f, corner, side);
     ++mesh.facetSlots;
     ++mesh.facetCount;
-    for (int k = 0; k < 3; ++k) SetVertexEdge(mesh, corner[k], side[k]);
 }
 
 void AddIndexedFacets(L_LUMOMESH& mesh, const int* indices, uint32_t indexCount)
 {
     if (indexCount < 3) return;
-    EdgeIndex edgeIndex(mesh, 0, indexCount / 2);
+    EdgeIndex edgeIndex(mesh, 0);
     const int64_t vertexLimit = mesh.vertices.count;
     for (uint32_t i = 2; i < indexCount; i += 3) {
         const int* triple = indices + (i - 2);
@@ -175,8 +192,8 @@ bool CreateFromIndexed(L_LUMOMESH& mesh, const Real* coords, uint32_t vertexCoun
 
 struct MergingInserter::State {
     State(L_LUMOMESH& target, float tolerance, uint32_t expectedTriangles)
-        : mesh(target), edgeIndex(target, target.vertices.count, expectedTriangles + expectedTriangles / 2),
-          welder(target.vertices.count, tolerance, expectedTriangles / 2 + 16)
+        : mesh(target), edgeIndex(target, target.vertices.count),
+          welder(target.vertices, target.vertices.count, tolerance, expectedTriangles / 2 + 16)
     {
     }
 
@@ -184,8 +201,9 @@ struct MergingInserter::State {
     {
         const uint32_t found = welder.Find(p);
         if (found != LM_NONE) return found;
-        welder.Add(p);
-        return AppendVertex(mesh, p);
+        const uint32_t v = AppendVertex(mesh, p);
+        welder.Add();
+        return v;
     }
 
     L_LUMOMESH& mesh;

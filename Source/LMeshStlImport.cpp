@@ -29,7 +29,7 @@ constexpr long kCountOffset = 80;
 constexpr uint64_t kRecordsOffset = 84;
 constexpr size_t kRecordBytes = 50;
 constexpr size_t kCornersOffset = 12;     // the normal comes first
-constexpr size_t kBlockRecords = 20000;   // about 1 MB per fread
+constexpr size_t kBlockRecords = 4096;    // about 200 KB per fread
 constexpr uint64_t kAsciiFacetBytes = 200;  // a short ASCII facet, for the size hint
 
 // Bytes of a regular file, or 0 when the stream has no known length (a pipe).

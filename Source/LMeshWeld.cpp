@@ -1,17 +1,19 @@
 // Vertex welding for the merging insert.
 //
 // Exact matches go through an open-addressing table of vertex ids keyed by position.
-// Matches within a tolerance go through a hash grid of cells 16 tolerances wide:
-// a corner is checked against the vertices of the one to eight cells that its
-// tolerance box touches, and welds to the lowest-numbered vertex in reach. A sorted
+// Above tolerance 0 the others go through a hash grid of cells 16 tolerances wide: a corner
+// is checked against the vertices of the one to eight cells that its tolerance box
+// touches, and welds to an exact twin, else to the lowest-numbered vertex in reach. A sorted
 // tree under a tolerance compare would find some vertex in reach by a path that
 // depends on its shape (the compare is not a true order); the grid always finds one
 // when one exists, and picks it the same way whatever the input order of the others.
 #include "LMeshWeld.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 namespace {
 
@@ -38,25 +40,18 @@ uint32_t HashPosition(const float* p)
 
 bool SamePosition(const float* p, const float* q) { return p[0] == q[0] && p[1] == q[1] && p[2] == q[2]; }
 
-uint32_t PowerOfTwoAtLeast(uint32_t n)
-{
-    uint32_t capacity = 1024;
-    while (capacity < n && capacity < (1u << 30)) capacity *= 2;
-    return capacity;
-}
-
-// An open-addressing table of ids, looked up through a key function of the id.
-// Kept at most half full, so probes stay short.
+// An open-addressing table of ids, looked up through a key function of the id. Kept
+// at most two thirds full, so probes stay short; any capacity works, as a hash is
+// scaled into range by a multiply rather than masked.
 class IdTable {
 public:
-    explicit IdTable(uint32_t expected) : slots_(PowerOfTwoAtLeast(2 * expected), kNone) {}
+    explicit IdTable(uint32_t expected) : slots_(CapacityFor(expected), kNone) {}
 
     // Walks the probe sequence from `hash`; `matches(id)` ends it at a stored id.
     template <class Matches>
     uint32_t Find(uint32_t hash, Matches matches, uint32_t& slot) const
     {
-        const uint32_t mask = uint32_t(slots_.size() - 1);
-        for (slot = hash & mask;; slot = (slot + 1) & mask) {
+        for (slot = Start(hash);; slot = Next(slot)) {
             const uint32_t id = slots_[slot];
             if (id == kNone || matches(id)) return id;
         }
@@ -67,20 +62,28 @@ public:
     void Put(uint32_t slot, uint32_t id, bool fresh, HashOf hashOf)
     {
         slots_[slot] = id;
-        if (fresh && ++used_ * 2 > slots_.size()) Grow(hashOf);
+        if (fresh && uint64_t(++used_) * 2 > uint64_t(slots_.size())) Grow(hashOf);
     }
 
 private:
+    static uint32_t CapacityFor(uint32_t expected)
+    {
+        const uint64_t capacity = uint64_t(expected) * 2 + 64;
+        return capacity > (1u << 31) ? (1u << 31) : uint32_t(capacity);
+    }
+
+    uint32_t Start(uint32_t hash) const { return uint32_t((uint64_t(hash) * slots_.size()) >> 32); }
+    uint32_t Next(uint32_t slot) const { return slot + 1 == slots_.size() ? 0 : slot + 1; }
+
     template <class HashOf>
     void Grow(HashOf hashOf)
     {
         std::vector<uint32_t> old(slots_.size() * 2, kNone);
         old.swap(slots_);
-        const uint32_t mask = uint32_t(slots_.size() - 1);
         for (uint32_t id : old) {
             if (id == kNone) continue;
-            uint32_t s = hashOf(id) & mask;
-            while (slots_[s] != kNone) s = (s + 1) & mask;
+            uint32_t s = Start(hashOf(id));
+            while (slots_[s] != kNone) s = Next(s);
             slots_[s] = id;
         }
     }
@@ -103,9 +106,31 @@ uint32_t HashCell(const Cell& cell)
 
 }  // namespace
 
+// Positions of the vertices a welder knows, numbered from 0, read from the store.
+class KnownPositions {
+public:
+    KnownPositions(const BaseList<LM_VERTEX>& vertices, uint32_t firstVertex)
+        : vertices_(vertices), firstVertex_(firstVertex)
+    {
+    }
+
+    struct Position {
+        float p[3];
+    };
+    Position operator[](uint32_t i) const
+    {
+        const LM_VERTEX* vertex = vertices_.Peek(firstVertex_ + i);
+        return Position{{vertex->position[0], vertex->position[1], vertex->position[2]}};
+    }
+
+private:
+    const BaseList<LM_VERTEX>& vertices_;
+    uint32_t firstVertex_;
+};
+
 class VertexWelder::ExactTable {
 public:
-    ExactTable(const std::vector<Position>& positions, uint32_t expected) : positions_(positions), table_(expected) {}
+    ExactTable(const KnownPositions& positions, uint32_t expected) : positions_(positions), table_(expected) {}
 
     uint32_t Find(const float* p)
     {
@@ -119,24 +144,26 @@ public:
     }
 
 private:
-    const std::vector<Position>& positions_;
+    const KnownPositions& positions_;
     IdTable table_;
     uint32_t lastSlot_ = 0;
 };
 
-// Cells hold chains of vertex ids; the table holds the newest id of each cell, and a
-// stored id's cell is recomputed from its position rather than stored.
+// Cells hash into buckets, and each bucket chains the vertices of its cells, newest
+// first. Cells that share a bucket share its chain: candidates are checked by
+// distance anyway, so no cell needs to be stored or compared.
 class VertexWelder::ToleranceGrid {
 public:
-    ToleranceGrid(const std::vector<Position>& positions, float tolerance, uint32_t expected)
+    ToleranceGrid(const KnownPositions& positions, float tolerance, uint32_t expected)
         : positions_(positions), tolerance_(std::fmin(std::fabs(tolerance), FLT_MAX)),
           tolerance2_(tolerance * tolerance), cellsPerUnit_(1.0 / (double(tolerance_) * kCellsPerTolerance)),
-          table_(expected)
+          buckets_(std::max<uint32_t>(expected, 1024), kNone)
     {
         next_.reserve(expected);
     }
 
-    // The lowest-numbered vertex in reach of p, or kNone.
+    // An exact twin of p if there is one, else the lowest-numbered vertex in reach of
+    // p, or kNone.
     uint32_t Find(const float* p) const
     {
         Cell low, high;
@@ -148,26 +175,17 @@ public:
         Cell cell;
         for (cell.c[2] = low.c[2]; cell.c[2] <= high.c[2]; ++cell.c[2])
             for (cell.c[1] = low.c[1]; cell.c[1] <= high.c[1]; ++cell.c[1])
-                for (cell.c[0] = low.c[0]; cell.c[0] <= high.c[0]; ++cell.c[0]) best = NearestIn(cell, p, best);
+                for (cell.c[0] = low.c[0]; cell.c[0] <= high.c[0]; ++cell.c[0])
+                    if (NearestIn(BucketOf(cell), p, best)) return best;
         return best;
     }
 
-    // Enters vertex i (its position stored) into the chain of its cell.
+    // Enters vertex i (its position in the store) at the head of its bucket's chain.
     void Add(uint32_t i)
     {
-        Cell cell;
-        if (!CellOfPosition(positions_[i].p, cell)) {
-            next_.push_back(kNone);  // a non-finite position is near nothing
-            return;
-        }
-        uint32_t slot;
-        const uint32_t head = FindCell(cell, slot);
-        next_.push_back(head);
-        table_.Put(slot, i, head == kNone, [this](uint32_t id) {
-            Cell own{};
-            CellOfPosition(positions_[id].p, own);
-            return HashCell(own);
-        });
+        next_.push_back(kNone);
+        Enter(i);
+        if (next_.size() > 2 * size_t(buckets_.size())) Rebucket();
     }
 
 private:
@@ -179,65 +197,82 @@ private:
         return true;
     }
 
-    bool CellOfPosition(const float* p, Cell& cell) const
+    uint32_t BucketOf(const Cell& cell) const
     {
-        return CellOf(p[0], cell.c[0]) && CellOf(p[1], cell.c[1]) && CellOf(p[2], cell.c[2]);
+        return uint32_t((uint64_t(HashCell(cell)) * buckets_.size()) >> 32);
     }
 
-    uint32_t FindCell(const Cell& cell, uint32_t& slot) const
+    void Enter(uint32_t i)
     {
-        return table_.Find(
-            HashCell(cell),
-            [&](uint32_t id) {
-                Cell own{};
-                return CellOfPosition(positions_[id].p, own) && own == cell;
-            },
-            slot);
+        const KnownPositions::Position position = positions_[i];
+        Cell cell;
+        for (int k = 0; k < 3; ++k)
+            if (!CellOf(position.p[k], cell.c[k])) return;  // a non-finite position is near nothing
+        uint32_t& head = buckets_[BucketOf(cell)];
+        next_[i] = head;
+        head = i;
     }
 
-    // Folds the vertices of one cell that are in reach of p into `best`.
-    uint32_t NearestIn(const Cell& cell, const float* p, uint32_t best) const
+    // Twice the buckets, refilled in vertex order so that chains stay newest first.
+    void Rebucket()
     {
-        uint32_t slot;
-        for (uint32_t i = FindCell(cell, slot); i != kNone; i = next_[i]) {
-            const float* q = positions_[i].p;
+        buckets_.assign(buckets_.size() * 2, kNone);
+        for (uint32_t i = 0; i < next_.size(); ++i) {
+            next_[i] = kNone;
+            Enter(i);
+        }
+    }
+
+    // Folds the vertices chained in a bucket that are in reach of p into `best`; true
+    // when one of them is an exact twin, which then is `best`.
+    bool NearestIn(uint32_t bucket, const float* p, uint32_t& best) const
+    {
+        for (uint32_t i = buckets_[bucket]; i != kNone; i = next_[i]) {
+            const KnownPositions::Position position = positions_[i];
+            const float* q = position.p;
+            if (SamePosition(p, q)) {
+                best = i;
+                return true;
+            }
             const float dx = p[0] - q[0], dy = p[1] - q[1], dz = p[2] - q[2];
             if (dy * dy + dx * dx + dz * dz < tolerance2_ && i < best) best = i;
         }
-        return best;
+        return false;
     }
 
-    const std::vector<Position>& positions_;
+    const KnownPositions& positions_;
     float tolerance_;
     float tolerance2_;
     double cellsPerUnit_;  // the inverse cell width: one multiply per coordinate
-    IdTable table_;
-    std::vector<uint32_t> next_;  // per vertex: the next older vertex of its cell
+    std::vector<uint32_t> buckets_;
+    std::vector<uint32_t> next_;  // per vertex: the next older vertex of its bucket
 };
 
-VertexWelder::VertexWelder(uint32_t firstVertex, float tolerance, uint32_t expectedVertices)
-    : firstVertex_(firstVertex), exact_(std::make_unique<ExactTable>(positions_, expectedVertices))
+VertexWelder::VertexWelder(const BaseList<LM_VERTEX>& vertices, uint32_t firstVertex, float tolerance,
+                           uint32_t expectedVertices)
+    : firstVertex_(firstVertex), positions_(std::make_unique<KnownPositions>(vertices, firstVertex)),
+      exact_(std::make_unique<ExactTable>(*positions_, expectedVertices))
 {
-    positions_.reserve(expectedVertices);
     // A tolerance whose square is 0 (or not a number) welds equal positions only; one
     // whose square overflows welds every finite position, as its reach is unbounded.
     if (tolerance * tolerance > 0.0f)
-        grid_ = std::make_unique<ToleranceGrid>(positions_, tolerance, expectedVertices);
+        grid_ = std::make_unique<ToleranceGrid>(*positions_, tolerance, expectedVertices);
 }
 
 VertexWelder::~VertexWelder() = default;
 
 uint32_t VertexWelder::Find(const float* p)
 {
+    // Most corners of a soup repeat a vertex exactly: the table answers those in one
+    // probe, and only the rest visit the grid.
     uint32_t i = exact_->Find(p);
     if (i == kNone && grid_) i = grid_->Find(p);
     return i == kNone ? kNone : firstVertex_ + i;
 }
 
-void VertexWelder::Add(const float* p)
+void VertexWelder::Add()
 {
-    const uint32_t i = uint32_t(positions_.size());
-    positions_.push_back(Position{{p[0], p[1], p[2]}});
+    const uint32_t i = known_++;
     exact_->Add(i);
     if (grid_) grid_->Add(i);
 }

@@ -3,7 +3,8 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
+
+#include "LMesh.h"
 
 // Knows the vertices it was given (numbered from firstVertex on, in order) and finds
 // the one a corner welds to: an exactly equal position first (-0 equals +0), and with
@@ -12,29 +13,26 @@
 // with a tolerance, the few grid cells within reach of the corner.
 class VertexWelder {
 public:
-    VertexWelder(uint32_t firstVertex, float tolerance, uint32_t expectedVertices);
+    // Reads positions from the store; vertices from firstVertex on are the ones it knows.
+    VertexWelder(const BaseList<LM_VERTEX>& vertices, uint32_t firstVertex, float tolerance,
+                 uint32_t expectedVertices);
     ~VertexWelder();
     VertexWelder(const VertexWelder&) = delete;
     VertexWelder& operator=(const VertexWelder&) = delete;
 
     // The vertex the corner welds to, or LM_NONE (0xFFFFFFFF).
     uint32_t Find(const float* p);
-    // Enters the next vertex, at p. Must follow the Find of the same p that missed.
-    // Throws std::bad_alloc when memory runs out.
-    void Add(const float* p);
-
-private:
-public:
-    struct Position {
-        float p[3];
-    };
+    // Enters the vertex just appended to the store, at the position of the Find that
+    // missed. Throws std::bad_alloc when memory runs out.
+    void Add();
 
 private:
     class ExactTable;
     class ToleranceGrid;
 
     uint32_t firstVertex_;
-    std::vector<Position> positions_;  // of vertex firstVertex + i at i
+    uint32_t known_ = 0;  // vertices entered so far
+    std::unique_ptr<class KnownPositions> positions_;
     std::unique_ptr<ExactTable> exact_;
-    std::unique_ptr<ToleranceGrid> grid_;  // null at tolerance 0
+    std::unique_ptr<ToleranceGrid> grid_;  // above tolerance 0
 };
