@@ -8,10 +8,8 @@
 
 namespace {
 
-using testmesh::MakeCube;
-
-// One facet whose edges 0, 1, 2 have lengths a, b, c: the edge records are pointed at
-// vertices laid out along x, which the facet's corners need not match.
+// One facet whose edges 0, 1, 2 have lengths a, b, c: its edge records are pointed
+// at vertices along x, which the facet's corners need not match.
 L_LUMOMESH MakeFacetWithSides(float a, float b, float c)
 {
     L_LUMOMESH mesh = testmesh::FromIndexed({0, 0, 0, a, 0, 0, b, 0, 0, c, 0, 0}, {0, 1, 2});
@@ -23,15 +21,6 @@ L_LUMOMESH MakeFacetWithSides(float a, float b, float c)
     return mesh;
 }
 
-uint32_t SideEdge(const L_LUMOMESH& mesh, int k) { return mesh.facets.Peek(0)->edge[k]; }
-
-BaseList<uint32_t> ListOf(std::initializer_list<uint32_t> ids)
-{
-    BaseList<uint32_t> list;
-    for (uint32_t id : ids) *list.At(list.count) = id;
-    return list;
-}
-
 }  // namespace
 
 TEST(Measures, EmptyMesh)
@@ -40,22 +29,14 @@ TEST(Measures, EmptyMesh)
     EXPECT_EQ(LMeshComputeArea(mesh), 0.0f);
     EXPECT_EQ(LMeshComputeVolume(mesh), 0.0f);
     EXPECT_EQ(LMeshComputeZMin(mesh), FLT_MAX);
-    L_BOUNDS bounds;
-    LMeshComputeAbsoluteBoundingBox(mesh, bounds);
-    EXPECT_EQ(bounds.min[0], DBL_MAX);
-    EXPECT_EQ(bounds.max[2], -DBL_MAX);
-    LMeshComputeAbsoluteBoundingBox(mesh);
-    EXPECT_EQ(mesh.bboxMin[1], FLT_MAX);
-    EXPECT_EQ(mesh.bboxMax[1], -FLT_MAX);
     float average = 0.0f;
     EXPECT_EQ(LMeshComputeAverageEdgeLength(mesh, average), 0);
     EXPECT_TRUE(std::isnan(average));
 }
 
-TEST(Measures, AreaAndVolumeOfTheCube)
+TEST(Measures, VolumeDropsTheSignAndSurvivesAStaleBox)
 {
-    L_LUMOMESH cube = MakeCube();
-    EXPECT_EQ(LMeshComputeArea(cube), 6.0f);
+    L_LUMOMESH cube = testmesh::MakeCube();
     const float volume = LMeshComputeVolume(cube);
     EXPECT_FLOAT_EQ(volume, 1.0f);  // twelve terms of 1/12, each rounded in float
     for (uint32_t f = 0; f < cube.facets.count; ++f) {
@@ -64,28 +45,19 @@ TEST(Measures, AreaAndVolumeOfTheCube)
         facet->vertex[1] = facet->vertex[2];
         facet->vertex[2] = second;
     }
-    EXPECT_EQ(LMeshComputeVolume(cube), volume) << "the sign of the whole is dropped";
-
-    // A stale box only moves the reference point, which cancels on a closed mesh.
-    L_LUMOMESH stale = MakeCube();
-    stale.bboxMin[0] = -40.0f;
-    stale.bboxMax[2] = 7.0f;
-    EXPECT_NEAR(LMeshComputeVolume(stale), 1.0f, 1e-5f);
+    EXPECT_EQ(LMeshComputeVolume(cube), volume);
+    cube.bboxMin[0] = -40.0f;  // a stale box moves the reference point, which cancels
+    EXPECT_NEAR(LMeshComputeVolume(cube), 1.0f, 1e-5f);
 }
 
-TEST(Measures, ListedFacetsSkipDeadAndMissingIds)
+TEST(Measures, AreaSkipsDeadAndMissingIdsButNotNeedles)
 {
-    const L_LUMOMESH mesh = testmesh::MakeMeshWithDeadSlots();
-    const BaseList<uint32_t> list = ListOf({11, 12, 0, 0, 5000});  // 11 and 12 are dead
+    L_LUMOMESH mesh = testmesh::MakeMeshWithDeadSlots();
+    BaseList<uint32_t> list;
+    for (uint32_t id : {11u, 12u, 0u, 0u, 5000u}) *list.At(list.count) = id;  // 11, 12 dead
     EXPECT_EQ(LMeshComputeArea(mesh, &list), 1.0f) << "facet 0 listed twice counts twice";
     EXPECT_EQ(LMeshComputeArea(mesh), 5.5f);
-    const BaseList<uint32_t> none;
-    EXPECT_EQ(LMeshComputeVolume(mesh, &none), 0.0f);
-}
-
-TEST(Measures, NeedlePoisonsTheArea)
-{
-    L_LUMOMESH mesh = MakeCube();
+    // Collinear on a diagonal: the side roots round so that Heron's product is negative.
     const float n0[3] = {0, 0, 0}, n1[3] = {4, 4, 0}, n2[3] = {3, 3, 0};
     LMeshAddTriangle(mesh, n0, n1, n2, 0);
     EXPECT_TRUE(std::isnan(LMeshComputeArea(mesh)));
@@ -97,7 +69,6 @@ TEST(Measures, BoxesDifferOnDeadVertices)
     mesh.vertices.At(4)->position[2] = -2.0f;
     mesh.vertices.At(9)->position[2] = -9.0f;  // dead
     EXPECT_EQ(LMeshComputeZMin(mesh), -2.0f);
-
     LMeshComputeAbsoluteBoundingBox(mesh);
     EXPECT_EQ(mesh.bboxMin[2], -2.0f);
     EXPECT_EQ(mesh.bboxMax[0], 1.0f);
@@ -105,40 +76,21 @@ TEST(Measures, BoxesDifferOnDeadVertices)
     LMeshComputeAbsoluteBoundingBox(mesh, all);
     EXPECT_EQ(all.min[2], -9.0);
     EXPECT_EQ(all.max[0], 6.0);
+    L_WORKPLANE plane;  // y' = 2 - x: the origin's offset counts a thousandfold
+    ASSERT_EQ(plane.Set({0.002, 0, 0}, {0, 1, 0}, {0, 0, 1}), 0);
+    LMeshComputeRelativeBoundingBox(plane, mesh, all);
+    EXPECT_EQ(all.min[1], -4.0);
+    EXPECT_EQ(all.max[1], 2.0);
 }
 
-TEST(Measures, RelativeBoxScalesTheWorkPlaneOffsetByAThousand)
+TEST(Measures, EdgeLengthsLeaveDeadEdgesOutAndBreakTiesLate)
 {
-    const L_LUMOMESH cube = MakeCube();
-    L_WORKPLANE plane;
-    ASSERT_EQ(plane.Set({0.002, 0, 0}, {0, 1, 0}, {0, 0, 1}), 0);  // x along world y
-    L_BOUNDS bounds;
-    LMeshComputeRelativeBoundingBox(plane, cube, bounds);
-    EXPECT_EQ(bounds.min[0], 0.0);
-    EXPECT_EQ(bounds.max[0], 1.0);
-    EXPECT_EQ(bounds.min[1], 1.0);  // y' = 2 - x: the origin's 0.002 counts as 2
-    EXPECT_EQ(bounds.max[1], 2.0);
-    EXPECT_EQ(bounds.max[2], 1.0);
-}
-
-TEST(Measures, EdgeLengthsAndTheirAverage)
-{
-    const L_LUMOMESH cube = MakeCube();
-    for (uint32_t e = 0; e < cube.edges.count; ++e) {
-        const float length = LMeshEdgeLength(cube, e);
-        EXPECT_TRUE(length == 1.0f || length == float(std::sqrt(2.0))) << "edge " << e;
-    }
-    EXPECT_EQ(LMeshEdgeLength(cube, cube.edges.count), 0.0f) << "id past the store";
-
     float average = 0.0f, deadAverage = 0.0f;
-    LMeshComputeAverageEdgeLength(cube, average);
+    LMeshComputeAverageEdgeLength(testmesh::MakeCube(), average);
     EXPECT_FLOAT_EQ(average, float((12.0 + 6.0 * std::sqrt(2.0)) / 18.0));
     LMeshComputeAverageEdgeLength(testmesh::MakeMeshWithDeadSlots(), deadAverage);
-    EXPECT_EQ(deadAverage, average) << "dead edges are left out";
-}
+    EXPECT_EQ(deadAverage, average);
 
-TEST(Measures, LongestAndShortestTiesGoToTheLaterSide)
-{
     struct Case { float a, b, c; int longest, shortest; };
     const Case cases[] = {{1, 1, 1, 2, 2}, {2, 2, 1, 1, 2}, {1, 2, 1, 1, 2}, {3, 1, 2, 0, 1}, {1, 3, 2, 1, 0}};
     for (const Case& c : cases) {
@@ -146,12 +98,13 @@ TEST(Measures, LongestAndShortestTiesGoToTheLaterSide)
         const float lengths[3] = {c.a, c.b, c.c};
         uint32_t edge = LM_NONE;
         EXPECT_EQ(LMeshLongestEdgeLength(mesh, 0, edge), lengths[c.longest]);
-        EXPECT_EQ(edge, SideEdge(mesh, c.longest)) << c.a << " " << c.b << " " << c.c;
+        EXPECT_EQ(edge, +mesh.facets.Peek(0)->edge[c.longest]) << c.a << " " << c.b << " " << c.c;
         EXPECT_EQ(LMeshShortestEdgeLength(mesh, 0, edge), lengths[c.shortest]);
-        EXPECT_EQ(edge, SideEdge(mesh, c.shortest)) << c.a << " " << c.b << " " << c.c;
+        EXPECT_EQ(edge, +mesh.facets.Peek(0)->edge[c.shortest]) << c.a << " " << c.b << " " << c.c;
     }
-    const L_LUMOMESH mesh = MakeFacetWithSides(1, 2, 3);
     uint32_t edge = 0;
+    const L_LUMOMESH mesh = MakeFacetWithSides(1, 2, 3);
     EXPECT_EQ(LMeshLongestEdgeLength(mesh, 7, edge), 0.0f);
     EXPECT_EQ(edge, LM_NONE);
+    EXPECT_EQ(LMeshEdgeLength(mesh, 3), 0.0f) << "edge id past the store";
 }
