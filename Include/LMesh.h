@@ -205,6 +205,8 @@ int NormalizeVector(float* v);
 // Whether p lies in the triangle a b c, by barycentric coordinates in the first
 // coordinate plane whose determinant reaches the tolerance.
 bool PointInTriangleBarycentric(const float* p, const float* a, const float* b, const float* c, float tolerance);
+// Whether point, projected on the triangle's plane, lies inside it or no further than
+// zefatoll.length outside a side (so sides and corners count). False with no area.
 bool LMeshPointInsideTriangle(const L_POINT& point, const L_POINT& a, const L_POINT& b, const L_POINT& c);
 // The point where the segment crosses the facet, if it does.
 bool LMeshIntersectSegmFacet(const L_LUMOMESH& mesh, const L_SEGM& segment, uint32_t facet, L_POINT3f* point);
