@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Installs what the build and the tests need, if it is missing. Quiet and idempotent.
+# Installs Debian packages that are missing, quietly and idempotently:
+# scripts/install-deps.sh [PACKAGE...]; with none, what the build and the tests need.
 set -euo pipefail
 
-packages=(cmake g++ make libgtest-dev libbenchmark-dev)
+packages=("$@")
+[ ${#packages[@]} -eq 0 ] && packages=(cmake g++ make libgtest-dev libbenchmark-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
