@@ -371,3 +371,29 @@ TEST(GeoWorkPlane, MatricesMapBetweenFrames)
     mat_transform_point(&q, &toWorld, &q);
     ExpectPointNear(q, 3, 8, -2, 1e-13);  // unit axes rounded to 1e-16
 }
+
+TEST(GeoSegment, MeetsPlaneAndDividesIntoEqualParts)
+{
+    const L_PLANE floor = {{0, 0, 1}, {0, 0, 3}};  // z = 1, normal not unit
+    L_POINT hit = {9, 9, 9};
+    EXPECT_EQ(intersect_SPl({{1, 2, 0}, {1, 2, 4}}, floor, &hit), 1);
+    EXPECT_EQ(hit.z, 1.0);
+    EXPECT_EQ(hit.y, 2.0);
+    const L_SEGM endsOnIt = {{0.3, 0.7, 5}, {0.1, 0.2, 1 + 1e-7}};
+    EXPECT_EQ(intersect_SPl(endsOnIt, floor, &hit), 1);
+    EXPECT_EQ(hit.z, 1 + 1e-7) << "an end within the tolerance is returned as it is";
+    hit = {9, 9, 9};
+    EXPECT_EQ(intersect_SPl({{0, 0, 2}, {5, 0, 2}}, floor, &hit), 0) << "parallel";
+    EXPECT_EQ(intersect_SPl({{0, 0, 2}, {0, 0, 1.5}}, floor, &hit), 0) << "stops short";
+    EXPECT_EQ(intersect_SPl({{0, 0, 1}, {5, 3, 1}}, floor, &hit), 2) << "lies in the plane";
+    EXPECT_EQ(hit.x, 9.0);
+
+    List<L_POINT> points;
+    ASSERT_EQ(convert_to_points({{0, 0, 0}, {1, 2, 0.3}}, 3, &points), 0);
+    ASSERT_EQ(points.Size(), 4u);
+    EXPECT_EQ(points.Get(1)->x, 0.0);
+    EXPECT_EQ(points.Get(3)->y, 2.0 * 2.0 / 3.0);
+    EXPECT_EQ(points.Get(4)->z, 0.3) << "the end exactly";
+    EXPECT_EQ(convert_to_points({{0, 0, 0}, {1, 0, 0}}, 0, &points), 1);
+    EXPECT_EQ(points.Size(), 0u);
+}
