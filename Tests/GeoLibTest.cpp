@@ -3,12 +3,14 @@
 #include <cfloat>
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "GeoLib.h"
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
+using Xyz = std::vector<double>;
 
 // Counts live instances so that leaks and double destruction show; copies fail
 // once the budget runs out, the way an element that cannot allocate would.
@@ -31,53 +33,40 @@ int Tracked::copyBudget = 1 << 30;
 // Long enough that std::string owns heap memory rather than its inline buffer.
 std::string Text(int i) { return "element number " + std::to_string(i) + " of a long-enough list"; }
 
+// The indices from 0 to Size() + 1 for which Get gives nothing.
+std::vector<uint32_t> Missing(const List<Tracked>& list)
+{
+    std::vector<uint32_t> missing;
+    for (uint32_t i = 0; i <= list.Size() + 1; ++i)
+        if (!list.Get(i)) missing.push_back(i);
+    return missing;
+}
+
 // zefatoll is process-wide: a test that changes it puts it back.
 struct ToleranceGuard {
     L_TOLERANCE saved = zefatoll;
     ~ToleranceGuard() { zefatoll = saved; }
 };
 
-void ExpectPointNear(const L_POINT& p, double x, double y, double z, double tolerance)
+template <class P>
+Xyz Of(const P& p)
 {
-    EXPECT_NEAR(p.x, x, tolerance);
-    EXPECT_NEAR(p.y, y, tolerance);
-    EXPECT_NEAR(p.z, z, tolerance);
-}
-
-// x' = z + 10, y' = x + 20, z' = y + 30: every entry off the diagonal, so a
-// transposed product or a misplaced translation gives a different point.
-L_MATRIX CyclicShift()
-{
-    L_MATRIX m = {{0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 10, 20, 30, 1}};
-    return m;
+    return {p.x, p.y, p.z};
 }
 
 }  // namespace
 
-TEST(GeoList, OneBasedAccessAndInvalidEntries)
-{
-    List<int> list;
-    EXPECT_EQ(list.Get(1), nullptr);
-    for (int v = 1; v <= 3; ++v) list.Append(v * 10);
-    const List<int>& view = list;
-    EXPECT_EQ(*view.Get(1), 10);
-    EXPECT_EQ(view.Get(0), nullptr);
-    EXPECT_EQ(view.Get(4), nullptr);
-    ASSERT_TRUE(list.Invalidate(2));
-    EXPECT_EQ(list.Get(2), nullptr);
-    for (int v = 4; v <= 20; ++v) ASSERT_TRUE(list.Append(v * 10));  // grows the validity bytes too
-    List<int> copy = list;
-    EXPECT_EQ(copy.Get(2), nullptr);
-    EXPECT_EQ(*copy.Get(20), 200);
-}
-
-TEST(GeoList, OwningElementsSurviveGrowthCopyAndMove)
+TEST(GeoList, OneBasedEntriesSurviveInvalidationGrowthCopyAndMove)
 {
     {
         List<Tracked> list;
+        EXPECT_EQ(Missing(list), (std::vector<uint32_t>{0, 1}));
         for (int i = 0; i < 8; ++i) ASSERT_TRUE(list.Append(Tracked(Text(i))));
         ASSERT_TRUE(list.Append(*list.Get(1))) << "an own entry, as the storage moves";
-        for (int i = 9; i < 100; ++i) ASSERT_TRUE(list.Append(Tracked(Text(i))));
+        EXPECT_EQ(Missing(list), (std::vector<uint32_t>{0, 10})) << "capacity is 16";
+        ASSERT_TRUE(list.Invalidate(2));
+        for (int i = 9; i < 20; ++i) ASSERT_TRUE(list.Append(Tracked(Text(i))));  // grows the validity bytes
+        EXPECT_EQ(Missing(list), (std::vector<uint32_t>{0, 2, 21}));
         EXPECT_EQ(list.Get(9)->text, Text(0));
 
         List<Tracked> copy = list;
@@ -85,9 +74,10 @@ TEST(GeoList, OwningElementsSurviveGrowthCopyAndMove)
         EXPECT_EQ(list.Get(5)->text, Text(4));
         List<Tracked> moved = std::move(copy);
         EXPECT_EQ(copy.Size(), 0u);
-        EXPECT_EQ(moved.Get(100)->text, Text(99));
+        EXPECT_EQ(Missing(moved), (std::vector<uint32_t>{0, 2, 21}));
+        EXPECT_EQ(moved.Get(20)->text, Text(19));
         list.Clear();
-        EXPECT_EQ(list.Get(1), nullptr);
+        EXPECT_EQ(Missing(list), (std::vector<uint32_t>{0, 1}));
     }
     EXPECT_EQ(Tracked::live, 0);
 }
@@ -117,9 +107,12 @@ TEST(GeoDistance, PointsPlanesSegmentsAndBoxes)
 {
     const L_POINT o = {0, 0, 0}, p = {2, 3, 6};
     EXPECT_EQ(dist_PP(&o, &p), 7.0);
-    EXPECT_DOUBLE_EQ(real_dist_PP(&o, &p), 7.0);  // the scaled form divides, so not exact
     const L_POINT3f of = {0, 0, 0}, pf = {2, 3, 6};
     EXPECT_EQ(dist_PP3f(&of, &pf), 7.0f);
+    // Only the scaled form survives magnitudes whose squares overflow.
+    const L_POINT far = {3e200, 4e200, 0};
+    EXPECT_TRUE(std::isinf(dist_PP(&o, &far)));
+    EXPECT_NEAR(real_dist_PP(&o, &far), 5e200, 5e186);
 
     const L_PLANE plane = {{5, 5, 1}, {0, 0, 5}};  // z = 1, normal not unit
     const L_POINT above = {7, 8, 4}, below = {7, 8, -2};
@@ -127,24 +120,18 @@ TEST(GeoDistance, PointsPlanesSegmentsAndBoxes)
     EXPECT_EQ(dist_PPl(&below, &plane), -3.0);
 
     const L_SEGM segment = {{0, 0, 0}, {4, 0, 0}};
-    EXPECT_DOUBLE_EQ(real_dist_PS({7, 4, 0}, segment), 5.0);  // beyond the end
+    EXPECT_DOUBLE_EQ(real_dist_PS({7, 4, 0}, segment), 5.0);  // beyond the end; hypot is not exact
     EXPECT_DOUBLE_EQ(real_dist_PS({3, 4, 0}, {{0, 0, 0}, {0, 0, 0}}), 5.0);
 
     const L_BOUNDS box = {{0, 0, 0}, {1, 1, 1}};
     EXPECT_EQ(min_dist_point_bbox({0.5, 1, 0.25}, box), 0.0);
     EXPECT_EQ(min_dist_point_bbox({4, 5, 1}, box), 5.0);
     EXPECT_EQ(min_dist_point_bbox({0, 0, 0}, {{1, 0, 0}, {0, 1, 1}}), DBL_MAX);
-
-    // Only the real_ forms survive magnitudes whose squares overflow or underflow.
-    const L_POINT far = {3e200, 4e200, 0};
-    EXPECT_TRUE(std::isinf(dist_PP(&o, &far)));
-    EXPECT_NEAR(real_dist_PP(&o, &far), 5e200, 5e186);
 }
 
-TEST(GeoAngle, RangeSenseAndDegenerateVectors)
+TEST(GeoAngle, RangeSenseOrientationAndDegenerateVectors)
 {
-    const L_VECTOR x = {2, 0, 0}, y = {0, 3, 0}, z = {0, 0, 1}, zero = {0, 0, 0};
-    const L_VECTOR minusX = {-1, 0, 0};
+    const L_VECTOR x = {2, 0, 0}, y = {0, 3, 0}, z = {0, 0, 1}, zero = {0, 0, 0}, minusX = {-1, 0, 0};
     // acos and atan2 round pi / 2 and pi correctly, hence DOUBLE_EQ.
     EXPECT_DOUBLE_EQ(vector_angle(&x, &y), kPi / 2);
     EXPECT_DOUBLE_EQ(real_vector_angle(x, minusX), kPi);
@@ -155,24 +142,21 @@ TEST(GeoAngle, RangeSenseAndDegenerateVectors)
     EXPECT_EQ(real_vector_angle(&x, &zero), 0.0);
     const L_VECTOR nearlyX = {1, 1e-10, 0};
     EXPECT_NEAR(real_vector_angle(x, nearlyX), 1e-10, 1e-24);
-}
 
-TEST(GeoAngle, OrientationWithinTolerance)
-{
-    const L_VECTOR x = {1, 0, 0}, longX = {5, 0, 0}, back = {-2, 0, 0}, zero = {0, 0, 0};
+    const L_VECTOR longX = {5, 0, 0}, tilted = {std::cos(0.01), std::sin(0.01), 0};  // 0.01 rad off x
     EXPECT_EQ(vector_orientation(x, longX, 0.0), 1);
-    EXPECT_EQ(vector_orientation(x, back, 0.0), -1);
+    EXPECT_EQ(vector_orientation(x, minusX, 0.0), -1);
     EXPECT_EQ(vector_orientation(x, zero, 10.0), 0);
-    const L_VECTOR tilted = {std::cos(0.01), std::sin(0.01), 0};  // 0.01 rad off x
+    // From x to y the unit vectors are sqrt 2 apart but pi / 2 radians.
+    EXPECT_EQ(vector_orientation(x, y, 1.5), 1);
+    EXPECT_EQ(new_vector_orientation(x, y, 1.5), 0);
     EXPECT_EQ(new_vector_orientation(x, tilted, 0.02), 1);
-    EXPECT_EQ(new_vector_orientation(x, tilted, 0.005), 0);
-    EXPECT_EQ(new_vector_orientation(back, tilted, 0.02), -1);
-    EXPECT_EQ(vector_orientation(x, tilted, 0.005), 0);  // chord 2 sin(0.005), about 0.01
+    EXPECT_EQ(new_vector_orientation(minusX, tilted, 0.02), -1);
 }
 
 TEST(GeoTolerance, CoincidenceAndWorkingTolerances)
 {
-    const L_POINT a = {1, 1, 1}, b = {1.5, 0.5, 1.5}, c = {1.5, 1, 1.75};
+    const L_POINT a = {1, 2, 3}, b = {0.5, 2.5, 2.5}, c = {1.5, 2.25, 3.75};
     EXPECT_EQ(coincident_points(&a, &b, 0.5), 1) << "inclusive";
     EXPECT_EQ(coincident_points(&a, &a, 0.0), 1);
     ToleranceGuard guard;
@@ -190,14 +174,15 @@ TEST(GeoTolerance, CoincidenceAndWorkingTolerances)
 
 TEST(GeoTolerance, BoxesPointsAndRounding)
 {
-    const L_BOUNDS unit = {{0, 0, 0}, {1, 1, 1}};
-    short overlap = -1;
-    check_bb_overlapping(unit, {{1, 0.5, -1}, {2, 2, 0}}, &overlap);
-    EXPECT_EQ(overlap, 1) << "touching counts";
-    check_bb_overlapping(unit, {{0, 0, 1.5}, {1, 1, 2}}, &overlap);
-    EXPECT_EQ(overlap, 0);
-    check_bb_overlapping(unit, {{0.5, 0.5, 0.5}, {0.2, 0.6, 0.6}}, &overlap);
-    EXPECT_EQ(overlap, 0) << "an inverted box is empty";
+    // Touching counts, a gap does not, and an inverted box is empty.
+    const std::pair<L_BOUNDS, short> cases[] = {{{{1, 0.5, -1}, {2, 2, 0}}, 1},
+                                                {{{0, 0, 1.5}, {1, 1, 2}}, 0},
+                                                {{{0.5, 0.5, 0.5}, {0.2, 0.6, 0.6}}, 0}};
+    for (const auto& [other, expected] : cases) {
+        short overlap = -1;
+        check_bb_overlapping({{0, 0, 0}, {1, 1, 1}}, other, &overlap);
+        EXPECT_EQ(overlap, expected);
+    }
 
     L_POINT bad = {1, NAN, 3}, huge = {0, 0, 1e12};
     EXPECT_EQ(validate_P(&bad, false), 1);
@@ -212,35 +197,34 @@ TEST(GeoTolerance, BoxesPointsAndRounding)
 
 TEST(GeoConstruction, VectorsAndDegenerateInputs)
 {
-    L_VECTOR v = {0, 0, -7}, zero = {0, 0, 0};
+    L_VECTOR v = {0, 0, -7}, tiny = {0, 1e-13, 0};
     EXPECT_EQ(normalise(&v), 0);
-    EXPECT_EQ(v.z, -1.0);
-    EXPECT_EQ(normalise(&zero), 1);
+    EXPECT_EQ(Of(v), (Xyz{0, 0, -1}));
+    EXPECT_EQ(normalise(&tiny), 1) << "at most zefatoll.zero long";
+    EXPECT_EQ(tiny.y, 1e-13);
     const L_POINT p = {1, 2, 3};
     EXPECT_EQ(nvector_PP(&p, &p, &v), 1);
-    EXPECT_EQ(v.z, 0.0);
+    EXPECT_EQ(Of(v), (Xyz{0, 0, 0}));
     L_VECTOR a = {2, 0, 0}, b = {0, 3, 0};
     EXPECT_EQ(naXb(&a, &b, &a), 0) << "output aliases the first input";
-    EXPECT_EQ(a.z, 1.0);
+    EXPECT_EQ(Of(a), (Xyz{0, 0, 1}));
     L_POINT moved;
     const L_VECTOR up = {0, 0, 5};
     project_point_on_vector(&p, &up, 2.0, &moved);
-    EXPECT_EQ(moved.z, 5.0) << "moves by a distance, not by multiples of the vector";
-}
+    EXPECT_EQ(Of(moved), (Xyz{1, 2, 5})) << "moves by a distance, not by multiples of the vector";
 
-TEST(GeoConstruction, ArbitraryAxesFormARightHandedFrame)
-{
     L_VECTOR first, second;
     const L_VECTOR minusZ = {0, 0, -3};
     nvector_arbitraryaxis(&minusZ, &first, &second);
-    EXPECT_EQ(first.x, 1.0);
-    EXPECT_EQ(second.y, -1.0);
+    EXPECT_EQ(Of(first), (Xyz{1, 0, 0}));
+    EXPECT_EQ(Of(second), (Xyz{0, -1, 0}));
     for (const L_VECTOR n : {L_VECTOR{1, 2, 3}, L_VECTOR{-5, 0.1, 0.1}, L_VECTOR{0.3, -4, 0.3}}) {
         nvector_arbitraryaxis(&n, &first, &second);
         L_VECTOR unitN = n, cross;
         normalise(&unitN);
         naXb(&first, &second, &cross);
         // Products of unit vectors: a few roundings of 1e-16 each.
+        EXPECT_NEAR(modulus(&first), 1.0, 1e-15);
         EXPECT_NEAR(adotb(&first, &unitN), 0.0, 1e-15);
         EXPECT_NEAR(adotb(&cross, &unitN), 1.0, 1e-15);
     }
@@ -251,14 +235,13 @@ TEST(GeoConstruction, PlanesAndProjections)
     const L_POINT p1 = {0, 0, 2}, p2 = {4, 0, 2}, p3 = {0, 4, 2}, onLine = {8, 0, 2};
     L_PLANE plane;
     EXPECT_EQ(plane_PPP(&p1, &p2, &p3, &plane), 0);
-    EXPECT_EQ(plane.normal.z, 1.0) << "counter-clockwise points face +z";
+    EXPECT_EQ(Of(plane.normal), (Xyz{0, 0, 1})) << "counter-clockwise points face +z";
     EXPECT_EQ(plane_PPP(&p1, &p2, &onLine, &plane), 1);
-    EXPECT_EQ(plane.normal.z, 0.0);
 
     L_POINT p = {1, 2, 9};
     const L_PLANE level = {{5, 5, 1}, {0, 0, 2}};
     project_point_onto_plane(&p, &level, &p);
-    EXPECT_EQ(p.z, 1.0);
+    EXPECT_EQ(Of(p), (Xyz{1, 2, 1}));
 
     const L_SEGM segment = {{0, 0, 0}, {4, 0, 0}};
     L_POINT foot;
@@ -266,61 +249,50 @@ TEST(GeoConstruction, PlanesAndProjections)
     EXPECT_TRUE(project_point_onto_segment({1, 3, 0}, segment, &foot, &t));
     EXPECT_EQ(t, 0.25);
     EXPECT_FALSE(project_point_onto_segment({9, 1, 0}, segment, &foot, &t));
-    EXPECT_EQ(foot.x, 4.0);
+    EXPECT_EQ(Of(foot), (Xyz{4, 0, 0}));
     EXPECT_FALSE(project_point_onto_segment({1, 1, 1}, {{2, 2, 2}, {2, 2, 2}}, &foot, nullptr));
-    EXPECT_EQ(foot.x, 2.0);
+    EXPECT_EQ(Of(foot), (Xyz{2, 2, 2}));
     segment_parameter(segment, {6, 5, 0}, &t);
     EXPECT_EQ(t, 1.5) << "unclamped";
 }
 
-TEST(GeoMatrix, RowVectorsWithTranslationInTheLastRow)
+// Matrices act on row vectors with the translation in the last row.
+TEST(GeoMatrix, TransformsDeterminantAndProductOrder)
 {
-    const L_MATRIX m = CyclicShift();
+    // x' = z + 10, y' = x + 20, z' = y + 30: every entry off the diagonal, so a
+    // transposed product or a misplaced translation gives a different point.
+    const L_MATRIX m = {{0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 10, 20, 30, 1}};
     L_POINT p = {1, 2, 3};
     mat_transform_point(&p, &m, &p);
-    EXPECT_EQ(p.x, 13.0);
-    EXPECT_EQ(p.z, 32.0);
+    EXPECT_EQ(Of(p), (Xyz{13, 21, 32}));
     L_POINT3f f = {1, 2, 3};
     mat_transform_pointf(&f, &m, &f);
-    EXPECT_EQ(f.x, 13.0f);
+    EXPECT_EQ(Of(f), (Xyz{13, 21, 32}));
     L_VECTOR v = {1, 2, 3};
     mat_transform_vector(&v, &m, &v);
-    EXPECT_EQ(v.x, 3.0);
-
+    EXPECT_EQ(Of(v), (Xyz{3, 1, 2}));
     L_MATRIX scaled = m;
     for (int k : {1, 6, 8}) scaled.m[k] = 2.0;
-    L_VECTOR w = {1, 2, 2};
-    mat_rotate_vector(&w, &scaled, &w);
-    EXPECT_EQ(w.x, 2.0) << "turned but not stretched";
-    EXPECT_EQ(w.y, 1.0);
-}
+    v = {1, 2, 2};
+    mat_rotate_vector(&v, &scaled, &v);
+    EXPECT_EQ(Of(v), (Xyz{2, 1, 2})) << "turned but not stretched";
 
-TEST(GeoMatrix, DeterminantSignAndProductOrder)
-{
-    L_MATRIX m;
-    mat_identity(&m);
-    m.m[0] = 2;
-    m.m[5] = 3;
-    m.m[10] = 4;
-    m.m[13] = 99;
-    EXPECT_EQ(mat_determinant(&m), 24.0) << "translation does not count";
-    mat_identity(&m);
-    m.m[0] = m.m[5] = 0;
-    m.m[1] = m.m[4] = 1;
-    EXPECT_EQ(mat_determinant(&m), -1.0) << "swapping x and y mirrors";
+    const L_MATRIX scale = {{2, 0, 0, 0, 0, 3, 0, 0, 0, 0, 4, 0, 0, 99, 0, 1}};
+    EXPECT_EQ(mat_determinant(&scale), 24.0) << "translation does not count";
+    const L_MATRIX swapXY = {{0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}};
+    EXPECT_EQ(mat_determinant(&swapXY), -1.0) << "mirrors";
 
     L_MATRIX shift, turn, both;
     const L_VECTOR one = {1, 0, 0}, z = {0, 0, 1}, none = {0, 0, 0};
     mat_translation(&one, &shift);
     EXPECT_EQ(mat_rotation(&z, kPi / 2, &turn), 0);
     mat_product(&shift, &turn, &both);
-    L_POINT p = {1, 0, 0};
-    mat_transform_point(&p, &both, &p);
-    ExpectPointNear(p, 0, 2, 0, 1e-15);  // cos(pi / 2) is 6e-17, not 0
+    const L_POINT start = {1, 0, 0}, shiftedFirst = {0, 2, 0}, turnedFirst = {1, 1, 0};
+    mat_transform_point(&start, &both, &p);
+    EXPECT_NEAR(dist_PP(&p, &shiftedFirst), 0.0, 1e-15);  // cos(pi / 2) is 6e-17, not 0
     mat_product(&turn, &shift, &turn);
-    p = {1, 0, 0};
-    mat_transform_point(&p, &turn, &p);
-    ExpectPointNear(p, 1, 1, 0, 1e-15);
+    mat_transform_point(&start, &turn, &p);
+    EXPECT_NEAR(dist_PP(&p, &turnedFirst), 0.0, 1e-15);
     EXPECT_EQ(mat_rotation(&none, 1.0, &turn), 1);
 }
 
@@ -334,17 +306,14 @@ TEST(GeoMatrix, RigidTransformPreservesMeasures)
     // Entries are sines and cosines rounded to 1e-16, so results on coordinates of
     // about 100 agree to about 1e-13.
     EXPECT_NEAR(mat_determinant(&rigid), 1.0, 1e-14);
-    const L_POINT a0 = {3, 4, 5}, b0 = {-20, 11, 2}, c0 = {7, -9, 40}, q0 = {1, 1, 1};
-    L_POINT a, b, c, q;
-    mat_transform_point(&a0, &rigid, &a);
-    mat_transform_point(&b0, &rigid, &b);
-    mat_transform_point(&c0, &rigid, &c);
-    mat_transform_point(&q0, &rigid, &q);
-    EXPECT_NEAR(dist_PP(&a, &b), dist_PP(&a0, &b0), 1e-12);
+    const L_POINT before[4] = {{3, 4, 5}, {-20, 11, 2}, {7, -9, 40}, {1, 1, 1}};
+    L_POINT after[4];
+    for (int k = 0; k < 4; ++k) mat_transform_point(&before[k], &rigid, &after[k]);
+    EXPECT_NEAR(dist_PP(&after[0], &after[1]), dist_PP(&before[0], &before[1]), 1e-12);
     L_PLANE plane0, plane;
-    plane_PPP(&a0, &b0, &c0, &plane0);
-    plane_PPP(&a, &b, &c, &plane);
-    EXPECT_NEAR(dist_PPl(&q, &plane), dist_PPl(&q0, &plane0), 1e-12);
+    plane_PPP(&before[0], &before[1], &before[2], &plane0);
+    plane_PPP(&after[0], &after[1], &after[2], &plane);
+    EXPECT_NEAR(dist_PPl(&after[3], &plane), dist_PPl(&before[3], &plane0), 1e-12);
     L_VECTOR n;
     mat_rotate_vector(&plane0.normal, &rigid, &n);
     EXPECT_NEAR(real_vector_angle(n, plane.normal), 0.0, 1e-14);
@@ -354,22 +323,20 @@ TEST(GeoWorkPlane, MatricesMapBetweenFrames)
 {
     L_WORKPLANE plane;
     EXPECT_EQ(plane.Set({1, 2, 3}, {0, 5, 0}, {0, 0, 2}), 0);
-    EXPECT_EQ(plane.YAxis().x, -1.0) << "y = z cross x";
+    EXPECT_EQ(Of(plane.YAxis()), (Xyz{-1, 0, 0})) << "y = z cross x";
     L_MATRIX toPlane, toWorld;
     mat_WorkPlane_World(&plane, &toPlane, &toWorld);
     L_POINT p = {1, 3, 7};  // origin + x axis + 4 z axes
     mat_transform_point(&p, &toPlane, &p);
-    EXPECT_EQ(p.x, 1.0);
-    EXPECT_EQ(p.y, 0.0);
-    EXPECT_EQ(p.z, 4.0);
+    EXPECT_EQ(Of(p), (Xyz{1, 0, 4}));
     EXPECT_EQ(plane.Set({0, 0, 0}, {0, 0, 4}, {0, 0, 1}), 1) << "x along the normal";
 
     ASSERT_EQ(plane.Set({10, -4, 6}, {1, 1, 0}, {1, -1, 2}), 0);
     mat_WorkPlane_World(&plane, &toPlane, &toWorld);
-    L_POINT q = {3, 8, -2};
-    mat_transform_point(&q, &toPlane, &q);
-    mat_transform_point(&q, &toWorld, &q);
-    ExpectPointNear(q, 3, 8, -2, 1e-13);  // unit axes rounded to 1e-16
+    const L_POINT q = {3, 8, -2};
+    mat_transform_point(&q, &toPlane, &p);
+    mat_transform_point(&p, &toWorld, &p);
+    EXPECT_NEAR(dist_PP(&p, &q), 0.0, 1e-13);  // unit axes rounded to 1e-16
 }
 
 TEST(GeoSegment, MeetsPlaneAndDividesIntoEqualParts)

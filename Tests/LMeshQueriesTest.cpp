@@ -20,27 +20,20 @@ BaseList<uint32_t> ListOf(const Vec& ids)
 
 }  // namespace
 
-// The closed fan's centre starts at edge 10, between facets 4 and 5. (Cube fans are
-// checked through the edge and facet neighbourhoods below.)
-TEST(NeighbourhoodQueries, ClosedFanIsListedInWalkOrder)
+// The closed fan's centre starts at edge 10, between facets 4 and 5. The open fan's
+// starts at edge 6, a middle edge: the walk runs forward to the boundary edge 8, then
+// back from 6, and what it finds backward goes in front.
+TEST(NeighbourhoodQueries, FansAreListedInWalkOrder)
 {
-    const L_LUMOMESH fan = testmesh::MakeClosedFan();
-    BaseList<uint32_t> fanFacets, fanEdges;
-    EXPECT_EQ(LMeshGetFacetsAndEdgesAroundVertex(fan, 0, fanFacets, fanEdges), 0);
-    EXPECT_EQ(Ids(fanFacets), (Vec{4, 5, 0, 1, 2, 3}));
-    EXPECT_EQ(Ids(fanEdges), (Vec{10, 0, 2, 4, 6, 8}));
-}
-
-// The open fan's centre starts at edge 6, a middle edge: the walk runs forward to
-// the boundary edge 8, then back from 6, and what it finds backward goes in front.
-TEST(NeighbourhoodQueries, OpenFanRunsFromBoundaryToBoundary)
-{
-    const L_LUMOMESH fan = testmesh::MakeOpenFan();
-    BaseList<uint32_t> edges, facets, vertices;
-    EXPECT_EQ(LMeshGetFacetsAndEdgesAroundVertex(fan, 0, facets, edges), 1);
+    const L_LUMOMESH closed = testmesh::MakeClosedFan(), open = testmesh::MakeOpenFan();
+    BaseList<uint32_t> closedFacets, closedEdges, facets, edges, vertices;
+    EXPECT_EQ(LMeshGetFacetsAndEdgesAroundVertex(closed, 0, closedFacets, closedEdges), 0);
+    EXPECT_EQ(Ids(closedFacets), (Vec{4, 5, 0, 1, 2, 3}));
+    EXPECT_EQ(Ids(closedEdges), (Vec{10, 0, 2, 4, 6, 8}));
+    EXPECT_EQ(LMeshGetFacetsAndEdgesAroundVertex(open, 0, facets, edges), 1);
     EXPECT_EQ(Ids(facets), (Vec{0, 1, 2, 3}));
     EXPECT_EQ(Ids(edges), (Vec{0, 2, 4, 6, 8}));
-    EXPECT_EQ(LMeshGetVerticesAroundVertex(fan, 0, vertices), 1);
+    EXPECT_EQ(LMeshGetVerticesAroundVertex(open, 0, vertices), 1);
     EXPECT_EQ(Ids(vertices), (Vec{1, 2, 3, 4, 5}));
 
     // Triangle edges 0 (0,1), 1 (1,2), 2 (0,2); its corners start at 0, 1 and 2.
