@@ -257,7 +257,9 @@ double rounds(double value, short decimals)
         return std::round(scaled) / scale;
     }
     const double scale = PowerOfTen(-places);
-    return std::round(value / scale) * scale;
+    const double scaled = value / scale;
+    if (std::fabs(scaled) >= kWhole) return value;  // too large to hold those places
+    return std::round(scaled) * scale;
 }
 
 double toll_testp(double tolerance)

@@ -86,6 +86,8 @@ bool LscUtf8ToWide(const char* utf8, std::wstring& wide)
             if ((*p & 0xC0) != 0x80) return false;  // also stops at the terminator
             c = (c << 6) | (*p & 0x3F);
         }
+        static const uint32_t kLeast[4] = {0, 0x80, 0x800, 0x10000};
+        if (c < kLeast[extra]) return false;  // overlong: would smuggle '/' or NUL past checks
         if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return false;
         wide.push_back(static_cast<wchar_t>(c));
     }

@@ -43,6 +43,12 @@ TEST(LscFilesPaths, WidePathsBecomeUtf8)
     const wchar_t surrogate[] = {L'a', wchar_t(0xD800), 0};
     EXPECT_FALSE(LscWideToUtf8(surrogate, utf8));
 
+    std::wstring wide;
+    EXPECT_TRUE(LscUtf8ToWide("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", wide));
+    EXPECT_EQ(wide, L"a\u00e9\u20ac\U0001F600") << "the round trip";
+    for (const char* bad : {"\xC0\xAF", "\xC0\x80", "\xE0\x80\xAF", "\xC3", "\xFF"})
+        EXPECT_FALSE(LscUtf8ToWide(bad, wide)) << "overlong, cut short or not UTF-8";
+
     char narrow[5];
     EXPECT_EQ(unicode_to_ascii(narrow, L"ab\u00e9defg", sizeof narrow), 4);
     EXPECT_STREQ(narrow, "ab?d");
