@@ -193,6 +193,7 @@ TEST(GeoTolerance, BoxesPointsAndRounding)
     EXPECT_EQ(rounds(1.23456, 2), 1.23);
     EXPECT_EQ(rounds(-2.5, 0), -3.0);
     EXPECT_EQ(rounds(1250.0, -2), 1300.0);
+    EXPECT_EQ(rounds(1e300, -22), 1e300) << "too large to hold those places";
 }
 
 TEST(GeoConstruction, VectorsAndDegenerateInputs)
