@@ -66,6 +66,7 @@ protected:
     }
     std::vector<std::string> names_;
     const std::wstring native = Path("native"), memory = Path("memory"), stdio = Path("stdio"), mapped = Path("map");
+    const L_MATRIX identity = Matrix(false), turn = Matrix(true);
 };
 
 TEST_F(StlExport, InMemoryWriterSavesLiveFacetsInListOrder)
@@ -102,7 +103,6 @@ TEST_F(StlExport, MatrixAndScaleDifferBetweenMemoryAndConversion)
 {
     const L_LUMOMESH cube = MakeCube();
     ASSERT_TRUE(LMeshWriteToFile(native.c_str(), cube));
-    const L_MATRIX turn = Matrix(true);
     ASSERT_TRUE(LMeshSaveToStlBin(cube, memory.c_str(), &turn, 2, nullptr));
     ASSERT_TRUE(LMeshFileToStlBin(native.c_str(), stdio.c_str(), &turn, 2));
     ASSERT_TRUE(LMeshFileMapToStlBin(native.c_str(), mapped.c_str(), &turn, 2));
@@ -122,7 +122,6 @@ TEST_F(StlExport, ConversionRoutesAgreeOnGoodAndBrokenFiles)
 {
     const L_LUMOMESH mesh = MakeMeshWithDeadSlots();
     ASSERT_TRUE(LMeshWriteToFile(native.c_str(), mesh));
-    const L_MATRIX identity = Matrix(false);
     ASSERT_TRUE(LMeshSaveToStlBin(mesh, memory.c_str(), nullptr, 0, nullptr));  // stored normals, as converted
     ASSERT_TRUE(LMeshFileToStlBin(native.c_str(), stdio.c_str(), &identity, 0));
     ASSERT_TRUE(LMeshFileMapToStlBin(native.c_str(), mapped.c_str(), &identity, 0));
@@ -153,7 +152,6 @@ TEST_F(StlExport, AppendAddsToTheCountAndKeepsTheHeader)
     const uint32_t five = 5;
     const std::string start = std::string(80, 'h') + std::string(reinterpret_cast<const char*>(&five), 4) +
                               std::string(5 * 50, 'r');
-    const L_MATRIX identity = Matrix(false);
     WriteBytes(stdio, start);
     WriteBytes(mapped, start);
     EXPECT_TRUE(LMeshFileAppendToStlBin(native.c_str(), stdio.c_str(), &identity, 0));
