@@ -52,11 +52,11 @@ int Failure(const char* command, const std::string& message)
 }
 
 // Parses, answers --help, and checks the number of positional arguments.
-bool Prepare(const char* command, const char* help, const std::vector<std::string>& args, const OptionSpec& spec,
+bool Prepare(const char* command, const char* help, const std::vector<std::string>& args, const KnownOptions& known,
              size_t positionals, ParsedArguments& parsed, int& exitCode)
 {
     std::string error;
-    if (!ParseArguments(args, spec, parsed, error)) {
+    if (!ParseArguments(args, known, parsed, error)) {
         exitCode = UsageError(command, error);
         return false;
     }

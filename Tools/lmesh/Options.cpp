@@ -17,16 +17,16 @@ bool ParseNumber(const std::string& text, double& value)
 
 }  // namespace
 
-bool ParseArguments(const std::vector<std::string>& args, const OptionSpec& spec, ParsedArguments& parsed,
+bool ParseArguments(const std::vector<std::string>& args, const KnownOptions& known, ParsedArguments& parsed,
                     std::string& error)
 {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
         if (arg == "--help" || arg == "-h") {
             parsed.help = true;
-        } else if (spec.flags.count(arg)) {
+        } else if (known.flags.count(arg)) {
             parsed.flags.insert(arg);
-        } else if (spec.numbers.count(arg)) {
+        } else if (known.numbers.count(arg)) {
             double value = 0.0;
             if (i + 1 >= args.size()) {
                 error = arg + " needs a value";

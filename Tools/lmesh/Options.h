@@ -14,14 +14,14 @@ struct ParsedArguments {
     bool help = false;
 };
 
-struct OptionSpec {
+struct KnownOptions {
     std::set<std::string> flags;
     std::set<std::string> numbers;
 };
 
-// Parses args against the spec. False with a message for an unknown option, a
+// Parses args against the known options. False with a message for an unknown option, a
 // missing value or a value that is not a number.
-bool ParseArguments(const std::vector<std::string>& args, const OptionSpec& spec, ParsedArguments& parsed,
+bool ParseArguments(const std::vector<std::string>& args, const KnownOptions& known, ParsedArguments& parsed,
                     std::string& error);
 
 // The number given for an option, or the fallback.
