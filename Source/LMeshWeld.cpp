@@ -1,7 +1,7 @@
 // Vertex welding for the merging insert.
 //
 // Exact matches go through an open-addressing table of vertex ids keyed by position.
-// Above tolerance 0 the others go through a hash grid of cells 32 tolerances wide: a corner
+// Above tolerance 0 the others go through a hash grid of cells 16 tolerances wide: a corner
 // is checked against the vertices of the one to eight cells that its tolerance box
 // touches, and welds to an exact twin, else to the lowest-numbered vertex in reach. A sorted
 // tree under a tolerance compare would find some vertex in reach by a path that
@@ -18,7 +18,8 @@
 namespace {
 
 constexpr uint32_t kNone = 0xFFFFFFFFu;
-constexpr double kCellsPerTolerance = 32.0;  // wide cells: most corners touch one cell only
+constexpr double kCellsPerTolerance = 16.0;  // wide enough that most corners touch one cell, narrow
+                                             // enough that a cell holds few vertices
 
 uint32_t Mix(uint32_t h, uint32_t value)
 {
