@@ -1,7 +1,8 @@
 // Vertex welding for the merging insert.
 //
-// Exact matches go through an open-addressing table of vertex ids keyed by position.
-// Above tolerance 0 the others go through a hash grid of cells 16 tolerances wide: a corner
+// A ring of the last few corners and their vertices answers most lookups of a soup,
+// whose neighbouring triangles share corners. At tolerance 0 the rest go through an
+// open-addressing table of vertex ids keyed by position; above 0 through a hash grid of cells 16 tolerances wide: a corner
 // is checked against the vertices of the one to eight cells that its tolerance box
 // touches, and welds to an exact twin, else to the lowest-numbered vertex in reach. A sorted
 // tree under a tolerance compare would find some vertex in reach by a path that
@@ -251,29 +252,53 @@ private:
 
 VertexWelder::VertexWelder(const BaseList<LM_VERTEX>& vertices, uint32_t firstVertex, float tolerance,
                            uint32_t expectedVertices)
-    : firstVertex_(firstVertex), positions_(std::make_unique<KnownPositions>(vertices, firstVertex)),
-      exact_(std::make_unique<ExactTable>(*positions_, expectedVertices))
+    : firstVertex_(firstVertex), positions_(std::make_unique<KnownPositions>(vertices, firstVertex))
 {
     // A tolerance whose square is 0 (or not a number) welds equal positions only; one
     // whose square overflows welds every finite position, as its reach is unbounded.
+    // The grid finds exact twins too, so only one of the two is built.
     if (tolerance * tolerance > 0.0f)
         grid_ = std::make_unique<ToleranceGrid>(*positions_, tolerance, expectedVertices);
+    else
+        exact_ = std::make_unique<ExactTable>(*positions_, expectedVertices);
 }
 
 VertexWelder::~VertexWelder() = default;
 
 uint32_t VertexWelder::Find(const float* p)
 {
-    // Most corners of a soup repeat a vertex exactly: the table answers those in one
-    // probe, and only the rest visit the grid.
-    uint32_t i = exact_->Find(p);
-    if (i == kNone && grid_) i = grid_->Find(p);
-    return i == kNone ? kNone : firstVertex_ + i;
+    // Neighbouring triangles of a soup share corners: the corners met last, and the
+    // vertices they led to, are checked first, in cache.
+    for (const Recent& recent : recent_)
+        if (recent.id != kNone && SamePosition(recent.p, p)) {
+            const uint32_t i = recent.id;
+            Remember(i, p);  // met again: keep it among the newest
+            return firstVertex_ + i;
+        }
+    // Other exact repeats cost one table probe, and only the rest visit the grid.
+    const uint32_t i = grid_ ? grid_->Find(p) : exact_->Find(p);
+    if (i == kNone) return kNone;
+    Remember(i, p);
+    return firstVertex_ + i;
+}
+
+// Keeps vertex i among the vertices met last, under the corner position p that led
+// to it. A later corner at exactly p would be led to i again: no vertex can lie at p
+// but i itself or one of those in reach of p, and i is the lowest-numbered of those.
+void VertexWelder::Remember(uint32_t i, const float* p)
+{
+    Recent& slot = recent_[nextRecent_++ % kRecent];
+    slot.id = i;
+    for (int k = 0; k < 3; ++k) slot.p[k] = p[k];
 }
 
 void VertexWelder::Add()
 {
     const uint32_t i = known_++;
-    exact_->Add(i);
-    if (grid_) grid_->Add(i);
+    if (grid_)
+        grid_->Add(i);
+    else
+        exact_->Add(i);
+    const KnownPositions::Position position = (*positions_)[i];
+    Remember(i, position.p);
 }

@@ -30,8 +30,17 @@ private:
     class ExactTable;
     class ToleranceGrid;
 
+    static constexpr uint32_t kRecent = 8;
+    struct Recent {
+        uint32_t id = 0xFFFFFFFFu;  // numbered from firstVertex, like the tables
+        float p[3] = {0, 0, 0};
+    };
+    void Remember(uint32_t i, const float* p);
+
     uint32_t firstVertex_;
     uint32_t known_ = 0;  // vertices entered so far
+    Recent recent_[kRecent];  // the corners met last and their vertices, in a ring
+    uint32_t nextRecent_ = 0;
     std::unique_ptr<class KnownPositions> positions_;
     std::unique_ptr<ExactTable> exact_;
     std::unique_ptr<ToleranceGrid> grid_;  // above tolerance 0
