@@ -2,12 +2,13 @@
 //
 // A ring of the last few corners and their vertices answers most lookups of a soup,
 // whose neighbouring triangles share corners. At tolerance 0 the rest go through an
-// open-addressing table of vertex ids keyed by position; above 0 through a hash grid of cells 16 tolerances wide: a corner
-// is checked against the vertices of the one to eight cells that its tolerance box
-// touches, and welds to an exact twin, else to the lowest-numbered vertex in reach. A sorted
-// tree under a tolerance compare would find some vertex in reach by a path that
-// depends on its shape (the compare is not a true order); the grid always finds one
-// when one exists, and picks it the same way whatever the input order of the others.
+// open-addressing table of vertex ids keyed by position; above 0 through a hash grid
+// of cells 16 tolerances wide: a corner is checked against the vertices of the one to
+// eight cells that its tolerance box touches, and welds to an exact twin, else to the
+// lowest-numbered vertex in reach. A sorted tree under a tolerance compare would find
+// some vertex in reach by a path that depends on its shape (the compare is not a true
+// order); the grid always finds one when one exists, and picks it the same way
+// whatever the input order of the others.
 #include "LMeshWeld.h"
 
 #include <algorithm>
