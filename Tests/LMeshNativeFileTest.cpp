@@ -1,4 +1,5 @@
 #include "LMesh.h"
+#include "TestFiles.h"
 #include "TestMeshes.h"
 
 #include <gtest/gtest.h>
@@ -20,20 +21,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-class NativeFile : public ::testing::Test {
-protected:
-    // A temp file unique to the process, removed after the test.
-    std::wstring Path(const char* name)
-    {
-        names_.push_back(::testing::TempDir() + "lmesh_" + std::to_string(::getpid()) + "_" + name);
-        return std::wstring(names_.back().begin(), names_.back().end());
-    }
-    void TearDown() override
-    {
-        for (const std::string& name : names_) std::remove(name.c_str());
-    }
-    std::vector<std::string> names_;
-};
+class NativeFile : public TempFilesTest {};
 
 // Paths here are ASCII, so narrowing them is exact.
 Bytes ReadBytes(const std::wstring& path)
@@ -214,8 +202,9 @@ TEST_F(NativeFile, StreamsThatCannotBeMappedTakeTheStdioRoute)
     const std::wstring reference = Path("reference"), fifo = Path("fifo");
     ASSERT_TRUE(LMeshWriteToFile(reference.c_str(), mesh));
     const Bytes image = ReadBytes(reference);
-    ASSERT_EQ(::mkfifo(names_.back().c_str(), 0600), 0);
-    std::thread feeder([&, name = names_.back()] {
+    const std::string fifoName(fifo.begin(), fifo.end());
+    ASSERT_EQ(::mkfifo(fifoName.c_str(), 0600), 0);
+    std::thread feeder([&, name = fifoName] {
         const int fd = ::open(name.c_str(), O_WRONLY);
         (void)!::write(fd, image.data(), image.size());
         ::close(fd);

@@ -1,4 +1,5 @@
 #include "LMesh.h"
+#include "TestFiles.h"
 #include "TestMeshes.h"
 
 #include <gtest/gtest.h>
@@ -53,18 +54,8 @@ L_MATRIX Matrix(bool turn)
     return m;
 }
 
-class StlExport : public ::testing::Test {
+class StlExport : public TempFilesTest {
 protected:
-    std::wstring Path(const char* name)
-    {
-        names_.push_back(::testing::TempDir() + "lmesh_stl_export_" + std::to_string(::getpid()) + "_" + name);
-        return std::wstring(names_.back().begin(), names_.back().end());
-    }
-    void TearDown() override
-    {
-        for (const std::string& name : names_) std::remove(name.c_str());
-    }
-    std::vector<std::string> names_;
     const std::wstring native = Path("native"), memory = Path("memory"), stdio = Path("stdio"), mapped = Path("map");
     const L_MATRIX identity = Matrix(false), turn = Matrix(true);
 };

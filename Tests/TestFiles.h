@@ -1,0 +1,29 @@
+// Temporary files for tests: named after the process, so tests running side by side
+// never share one, and removed when the test ends.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+class TempFilesTest : public ::testing::Test {
+protected:
+    // A fresh path in the temporary folder; ASCII, so its wide form narrows exactly.
+    std::wstring Path(const char* name)
+    {
+        names_.push_back(::testing::TempDir() + "lmesh_test_" + std::to_string(::getpid()) + "_" + name);
+        return std::wstring(names_.back().begin(), names_.back().end());
+    }
+
+    void TearDown() override
+    {
+        for (const std::string& name : names_) std::remove(name.c_str());
+    }
+
+private:
+    std::vector<std::string> names_;
+};
