@@ -9,8 +9,6 @@
 #include "LMeshWeld.h"
 
 #include <algorithm>
-#include <cstring>
-#include <new>
 #include <vector>
 
 namespace {

@@ -101,16 +101,24 @@ FILE* fwopen(const wchar_t* path, const char* mode)
     return std::fopen(utf8.c_str(), mode);
 }
 
-int32_t LL_fwrite_bin(FILE* file, const char* format, ...)
+// Walks a format string, handing each 'l' or 'f' item to `transfer`, which moves
+// four bytes and says whether it worked. Non-zero when every item was transferred.
+template <class Transfer>
+int32_t TransferItems(FILE* file, const char* format, Transfer transfer)
 {
     if (!file || !format || !IsValidFormat(format)) return 0;
+    for (const char* p = format; *p; ++p)
+        if (!IsBlank(*p) && !transfer(*p)) return 0;
+    return 1;
+}
+
+int32_t LL_fwrite_bin(FILE* file, const char* format, ...)
+{
     va_list args;
     va_start(args, format);
-    bool ok = true;
-    for (const char* p = format; *p && ok; ++p) {
-        if (IsBlank(*p)) continue;
+    const int32_t result = TransferItems(file, format, [&](char item) {
         uint32_t bits;
-        if (*p == 'l') {
+        if (item == 'l') {
             bits = va_arg(args, uint32_t);
         } else {
             const float value = static_cast<float>(va_arg(args, double));
@@ -118,30 +126,27 @@ int32_t LL_fwrite_bin(FILE* file, const char* format, ...)
         }
         unsigned char bytes[4];
         EncodeLittleEndian(bits, bytes);
-        ok = std::fwrite(bytes, 4, 1, file) == 1;
-    }
+        return std::fwrite(bytes, 4, 1, file) == 1;
+    });
     va_end(args);
-    return ok ? 1 : 0;
+    return result;
 }
 
 int32_t LL_fread_bin(FILE* file, const char* format, ...)
 {
-    if (!file || !format || !IsValidFormat(format)) return 0;
     va_list args;
     va_start(args, format);
-    bool ok = true;
-    for (const char* p = format; *p && ok; ++p) {
-        if (IsBlank(*p)) continue;
-        void* target = *p == 'l' ? static_cast<void*>(va_arg(args, uint32_t*))
-                                  : static_cast<void*>(va_arg(args, float*));
+    const int32_t result = TransferItems(file, format, [&](char item) {
+        void* target = item == 'l' ? static_cast<void*>(va_arg(args, uint32_t*))
+                                   : static_cast<void*>(va_arg(args, float*));
         unsigned char bytes[4];
-        ok = target && std::fread(bytes, 4, 1, file) == 1;
-        if (!ok) break;
+        if (!target || std::fread(bytes, 4, 1, file) != 1) return false;
         const uint32_t bits = DecodeLittleEndian(bytes);
         std::memcpy(target, &bits, 4);  // the same four bytes serve an integer or a float
-    }
+        return true;
+    });
     va_end(args);
-    return ok ? 1 : 0;
+    return result;
 }
 
 int unicode_to_ascii(char* out, const wchar_t* in, size_t size)
