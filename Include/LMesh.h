@@ -332,3 +332,119 @@ bool LMeshQueryVertexBox(const L_LUMOMESH& mesh, const L_BOUNDSf& bounds, uint32
 // The cell of a vertex and a copy of the edges listed in it.
 bool LMeshQueryEdgeBox(const L_LUMOMESH& mesh, const L_BOUNDSf& bounds, uint32_t vertex, uint32_t n,
                        const BaseList<BaseList<uint32_t>>& cells, uint32_t& cell, BaseList<uint32_t>& edges);
+
+// ---- Compaction ----------------------------------------------------------------------
+
+// Renumbers the live entities down to 0 .. n - 1 in their old order, dropping every
+// vertex and edge that no live facet uses, and rewrites all links. A mesh without dead
+// slots is left exactly as it is (box and groupCount included).
+void LMeshCompact(L_LUMOMESH& mesh);
+// Writes the compacted form of a native file to `target` without loading it. A source
+// without dead slots sets alreadyCompact and creates no target. `source` never changes.
+bool LMeshCompactToFile(const wchar_t* source, const wchar_t* target, bool& alreadyCompact);
+// The same from a mesh in memory; a mesh without dead slots is written as it is.
+bool LMeshCompactToFile(const L_LUMOMESH& mesh, const wchar_t* target);
+
+// ---- Facet groups ----------------------------------------------------------------------
+// A group is the number in a facet's groupId (0: none); groupCount is one above the
+// highest number handed out. Ids at or above groupCount are refused. The path forms
+// edit a native file in place without loading it, and return false on a file that
+// cannot be opened, has a bad header, or is shorter than a record they touch.
+
+bool LMeshCreateGroup(L_LUMOMESH& mesh, BaseList<uint32_t>& facets, uint32_t* id);
+bool LMeshCreateGroup(const wchar_t* path, BaseList<uint32_t>& facets, uint32_t* id);
+bool LMeshAddToGroup(L_LUMOMESH& mesh, uint32_t id, BaseList<uint32_t>& facets);
+bool LMeshAddToGroup(const wchar_t* path, uint32_t id, BaseList<uint32_t>& facets);
+// Sets the id on every facet slot and groupCount to id + 1.
+bool LMeshSetGroup(L_LUMOMESH& mesh, uint32_t id);
+bool LMeshSetGroup(const wchar_t* path, uint32_t id);
+// Lists the live facets of a group in slot order (the memory form clears the list first).
+bool LMeshGetGroup(const L_LUMOMESH& mesh, uint32_t id, BaseList<uint32_t>* facets);
+bool LMeshGetGroup(const wchar_t* path, uint32_t id, BaseList<uint32_t>* facets, bool clear);
+// Clears the id from every slot and lowers groupCount to one above the highest id left
+// on a live facet.
+bool LMeshDeleteGroup(L_LUMOMESH& mesh, uint32_t id);
+bool LMeshDeleteGroup(const wchar_t* path, uint32_t id);
+// The distinct groups of the listed facets, ascending; or group -> facet pairs.
+bool LMeshGetGroups(const wchar_t* path, BaseList<uint32_t>& facets, BaseList<uint32_t>* groups);
+bool LMeshGetGroups(const wchar_t* path, BaseList<uint32_t>& facets, LTreeRCollect* groups);
+// The distinct non-zero groups of live facets, ascending.
+bool LMeshGetValidGroups(const wchar_t* path, BaseList<uint32_t>* groups);
+
+// ---- ZPR export ----------------------------------------------------------------------
+
+// Writes live vertices and live facets (slot ids, three colour bytes from the low bytes
+// of colours[f]) as a binary ZPR file. Reverses, in the mesh, every facet whose stored
+// normal differs from its computed one. 0 written, -1 cannot open, -2 an empty store.
+short LMeshSaveToZPRFormat(L_LUMOMESH& mesh, const wchar_t* path, const BaseList<uint32_t>& colours);
+
+// ---- Local edits -----------------------------------------------------------------------
+
+// Kills the listed facets, then rebuilds from the live facets alone every live flag of
+// vertices and edges, every vertex link and all counts (also with an empty list). False
+// if an id was past the facet slots; the other ids are still deleted.
+bool LMeshDeleteFacets(L_LUMOMESH& mesh, const BaseList<uint32_t>& facets);
+// Collapses an inner edge onto its first end, removing the second end, the edge and its
+// two facets. All or nothing: a refusal leaves the mesh as it was.
+bool LMeshCollapseEdge(L_LUMOMESH& mesh, uint32_t edge);
+// Merges two corners of a facet (the ends of a free side survive); LMeshMergeVertices' result.
+bool LMeshCollapseFacet(L_LUMOMESH& mesh, uint32_t facet);
+// Moves everything at `dropped` onto `kept`, deletes facets that collapse, and zips
+// border edges that come to join the same two vertices.
+bool LMeshMergeVertices(L_LUMOMESH& mesh, uint32_t kept, uint32_t dropped);
+
+// ---- Degenerate and duplicate facets ---------------------------------------------------
+
+// Lists live facets whose Heron area is at or below the tolerance (a needle whose Heron
+// product rounds negative is not listed). True if any was listed.
+bool LMeshFindAreaZeroFacets(const L_LUMOMESH& mesh, float tolerance, BaseList<uint32_t>* facets);
+bool LMeshDeleteAreaZeroFacets(L_LUMOMESH& mesh, float tolerance);
+// Lists all but one of each set of facets with the same corners within the tolerance,
+// in any order or orientation; the one with most live neighbours survives.
+bool LMeshFindEqualFacets(L_LUMOMESH& mesh, float tolerance, BaseList<uint32_t>* facets);
+bool LMeshDeleteEqualFacets(L_LUMOMESH& mesh, float tolerance);
+// Deletes facets with two border edges that hang on the rest of the mesh by the vertex
+// between those edges; returns how many were listed.
+uint32_t LMeshDeleteLoopingTriangles(L_LUMOMESH& mesh);
+
+// ---- Simplification ------------------------------------------------------------------
+
+// The library's tolerance record. No default exists: LMeshCleanup fills one, other
+// callers bring their own. Angles are in degrees.
+struct LM_TOLERANCES {
+    float flatAngle, edgeLengthFactor, angleBand, featureAngleBand, areaFactor, turnAngle, vertexCurvatureChange,
+        reorganizeDistance, minimumArea, capAngle, skinnyAspectRatio, skinnyEdgeLength, coordinateTolerance,
+        reservedTolerance1, reservedTolerance2;
+    int16_t slicesX, slicesY, slicesZ;
+};
+
+// One pass of edge collapses in edge id order, each kept only if facet areas stay above
+// minimumArea (unless ignoreArea), vertex curvatures change by less than
+// vertexCurvatureChange and no facet turns by a right angle or more. `removed` counts
+// edges (3 per collapse). 0, or -1 if a vertex curvature could not be computed.
+short LMeshSimplify(L_LUMOMESH& mesh, uint32_t& removed, const LM_TOLERANCES& tolerances, bool ignoreArea,
+                    bool protectRightAngles);
+// The same, with each survivor moved to the midpoint of its edge.
+short LMeshSimplifyFullEdgeCollapse(L_LUMOMESH& mesh, uint32_t& removed, const LM_TOLERANCES& tolerances,
+                                    bool ignoreArea, bool protectRightAngles);
+// One edge: 0 collapsed, -1 refused.
+short LMeshSimplifyEdge(L_LUMOMESH& mesh, const uint32_t& edge, const LM_TOLERANCES& tolerances, bool ignoreArea,
+                        bool protectRightAngles);
+// The listed edges in list order; returns the direct collapses made.
+uint32_t LMeshSimplifyEdges(L_LUMOMESH& mesh, const BaseList<uint32_t>& edges, const LM_TOLERANCES& tolerances,
+                            bool ignoreArea, bool protectRightAngles);
+
+// ---- Welding edges, skinny and cap triangles -------------------------------------------
+
+// Welds pairs of edges whose ends lie within the tolerance of each other (border edges
+// only when mode is non-zero), merging their end vertices at their mean. Candidates are
+// all edges, or those of the listed facets. True if anything was merged.
+bool LMeshOptimizeEdges(L_LUMOMESH& mesh, float tolerance, const BaseList<uint32_t>* facets, uint32_t* candidates,
+                        uint32_t* unmatched, short mode);
+// Collapses the shortest edge of degenerate, skinny and small facets; returns collapses made.
+uint32_t LMeshRemoveSkinnyTriangles(L_LUMOMESH& mesh, const LM_TOLERANCES& tolerances, float angleTolerance);
+// Removes facets whose largest angle exceeds capAngle; returns the facets dealt with.
+uint32_t LMeshRemoveCapTriangles(L_LUMOMESH& mesh, const LM_TOLERANCES& tolerances);
+// Collapses the shortest side of facets whose shape factor lies in [min, max] where no
+// neighbouring facet turns by more than the angle limit.
+bool LMeshRemoveFacetsByShapeFactorRange(L_LUMOMESH& mesh, float min, float max, float angle);

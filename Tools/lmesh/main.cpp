@@ -18,6 +18,11 @@ const Subcommand kSubcommands[] = {
     {"info", "print counts, box, area, volume, edge lengths and triangle quality", RunInfo},
     {"convert", "convert STL, PLY or .lmesh input to binary STL or .lmesh", RunConvert},
     {"orient", "make facet winding consistent and facing outward", RunOrient},
+    {"compact", "rewrite a native .lmesh file without its dead slots", RunCompact},
+    {"groups", "list the facet groups of a native .lmesh file", RunGroups},
+    {"weld", "join edges that lie on each other and merge their ends", RunWeld},
+    {"simplify", "collapse edges where the surface stays within tolerances", RunSimplify},
+    {"clean-degenerate", "delete zero-area, duplicate and looping facets", RunCleanDegenerate},
 };
 
 void PrintUsage(FILE* out)
@@ -28,7 +33,7 @@ void PrintUsage(FILE* out)
                  "Inspect and convert triangle meshes (binary or ASCII STL, PLY, native .lmesh).\n"
                  "\n"
                  "commands:\n");
-    for (const Subcommand& command : kSubcommands) std::fprintf(out, "  %-9s %s\n", command.name, command.summary);
+    for (const Subcommand& command : kSubcommands) std::fprintf(out, "  %-16s %s\n", command.name, command.summary);
     std::fprintf(out, "\nRun 'lmesh COMMAND --help' for the options of a command.\n");
 }
 

@@ -1,0 +1,46 @@
+// What every subcommand shares: argument checking with help, one-line errors, loading
+// and saving with progress on stderr for large meshes, and small mesh counts.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "LMesh.h"
+#include "MeshFiles.h"
+#include "Options.h"
+
+constexpr uint32_t kProgressFacets = 1000000;  // above this, stages report their time on stderr
+
+// Reports on stderr when a long step starts and how long it took.
+class Stage {
+public:
+    Stage(const char* name, bool verbose);
+    ~Stage();
+    Stage(const Stage&) = delete;
+    Stage& operator=(const Stage&) = delete;
+
+private:
+    using Clock = std::chrono::steady_clock;
+    const char* name_;
+    bool verbose_;
+    Clock::time_point start_;
+};
+
+// Print one line on stderr and return the exit status: 2 for a usage error, 1 otherwise.
+int UsageError(const char* command, const std::string& message);
+int Failure(const char* command, const std::string& message);
+
+// Parses, answers --help, and checks the number of positional arguments. False when
+// the command should end now with exitCode.
+bool Prepare(const char* command, const char* help, const std::vector<std::string>& args, const KnownOptions& known,
+             size_t positionals, ParsedArguments& parsed, int& exitCode);
+
+// Load or save with a one-line error on failure.
+bool Load(const char* command, const std::string& path, float tolerance, L_LUMOMESH& mesh, MeshFormat& format,
+          int& exitCode);
+bool Save(const char* command, const std::string& path, L_LUMOMESH& mesh, float scale, int& exitCode);
+
+// Live edges with fewer than two facets.
+uint32_t CountBorderEdges(const L_LUMOMESH& mesh);
