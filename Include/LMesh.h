@@ -13,6 +13,8 @@
 #include <cstdio>
 
 #include "GeoLib.h"
+#include "GeoLibElements.h"
+#include "GeoLibTriangles.h"
 #include "LscUtils.h"
 
 constexpr uint32_t LM_NONE = 0xFFFFFFFFu;  // "no entity" in every index field
