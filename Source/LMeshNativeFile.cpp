@@ -43,15 +43,18 @@ bool ReadMeshHeader(FILE* file, LM_MESH_HEADER& header)
     return read && header.magic == LM_MESH_MAGIC;
 }
 
+bool WriteMeshHeader(FILE* file, const LM_MESH_HEADER& header)
+{
+    return LL_fwrite_bin(file, kHeaderFormat, header.magic, header.vertexSlots, header.vertexCount,
+                         header.facetSlots, header.facetCount, header.edgeSlots, header.edgeCount,
+                         double(header.bboxMin[0]), double(header.bboxMin[1]), double(header.bboxMin[2]),
+                         double(header.bboxMax[0]), double(header.bboxMax[1]), double(header.bboxMax[2]),
+                         header.groupCount) != 0;
+}
+
 namespace {
 
-bool WriteMeshHeader(FILE* file, const L_LUMOMESH& mesh)
-{
-    return LL_fwrite_bin(file, kHeaderFormat, mesh.magic, mesh.vertexSlots, mesh.vertexCount, mesh.facetSlots,
-                         mesh.facetCount, mesh.edgeSlots, mesh.edgeCount, double(mesh.bboxMin[0]),
-                         double(mesh.bboxMin[1]), double(mesh.bboxMin[2]), double(mesh.bboxMax[0]),
-                         double(mesh.bboxMax[1]), double(mesh.bboxMax[2]), mesh.groupCount) != 0;
-}
+bool WriteMeshHeader(FILE* file, const L_LUMOMESH& mesh) { return WriteMeshHeader(file, LMeshGetHeader(mesh)); }
 
 // Copies the first recordCount records of a store, one memcpy per page. The page size
 // is the store's own, as a page is the largest run that is contiguous in memory.

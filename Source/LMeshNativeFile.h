@@ -16,3 +16,5 @@ uint64_t FileBytesFor(const LM_MESH_HEADER& header);
 // Reads the 56-byte header at the stream's position; true only when it was read
 // whole and its magic is right.
 bool ReadMeshHeader(FILE* file, LM_MESH_HEADER& header);
+// Writes the 56-byte header at the stream's position; true when it was written whole.
+bool WriteMeshHeader(FILE* file, const LM_MESH_HEADER& header);
