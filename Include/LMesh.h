@@ -349,9 +349,10 @@ bool LMeshCompactToFile(const L_LUMOMESH& mesh, const wchar_t* target);
 
 // ---- Facet groups ----------------------------------------------------------------------
 // A group is the number in a facet's groupId (0: none); groupCount is one above the
-// highest number handed out. Ids at or above groupCount are refused. The path forms
-// edit a native file in place without loading it, and return false on a file that
-// cannot be opened, has a bad header, or is shorter than a record they touch.
+// highest number handed out. Ids at or above groupCount are refused, and so is a list
+// naming a facet past the slots, before anything changes. The path forms edit a native
+// file in place without loading it, and return false on a file that cannot be opened,
+// has a bad header, or is shorter than its header says.
 
 bool LMeshCreateGroup(L_LUMOMESH& mesh, BaseList<uint32_t>& facets, uint32_t* id);
 bool LMeshCreateGroup(const wchar_t* path, BaseList<uint32_t>& facets, uint32_t* id);

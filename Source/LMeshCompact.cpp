@@ -307,13 +307,6 @@ bool WriteCompacted(const Source& source, uint32_t magic, const wchar_t* target)
     return std::fclose(file) == 0 && written;
 }
 
-bool ReadMappedHeader(const LscMemoryMappedFile& map, LM_MESH_HEADER& header)
-{
-    if (!map.Base() || map.Size() < sizeof header) return false;
-    std::memcpy(&header, map.Base(), sizeof header);
-    return header.magic == LM_MESH_MAGIC;
-}
-
 // Whether both paths name one existing file, which "wb" on the target would truncate
 // under the source's mapping.
 bool SameFile(const wchar_t* a, const wchar_t* b)

@@ -52,6 +52,13 @@ bool WriteMeshHeader(FILE* file, const LM_MESH_HEADER& header)
                          header.groupCount) != 0;
 }
 
+bool ReadMappedHeader(const LscMemoryMappedFile& map, LM_MESH_HEADER& header)
+{
+    if (!map.Base() || map.Size() < kHeaderBytes) return false;  // never read past the mapping
+    std::memcpy(&header, map.Base(), kHeaderBytes);
+    return header.magic == LM_MESH_MAGIC;
+}
+
 namespace {
 
 bool WriteMeshHeader(FILE* file, const L_LUMOMESH& mesh) { return WriteMeshHeader(file, LMeshGetHeader(mesh)); }

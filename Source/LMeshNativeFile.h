@@ -18,3 +18,6 @@ uint64_t FileBytesFor(const LM_MESH_HEADER& header);
 bool ReadMeshHeader(FILE* file, LM_MESH_HEADER& header);
 // Writes the 56-byte header at the stream's position; true when it was written whole.
 bool WriteMeshHeader(FILE* file, const LM_MESH_HEADER& header);
+// Copies the header of a mapped file; true only when the mapping holds one and its
+// magic is right. The records behind it are not checked.
+bool ReadMappedHeader(const LscMemoryMappedFile& map, LM_MESH_HEADER& header);
