@@ -566,3 +566,261 @@ void mat_product(const L_MATRIX* a, const L_MATRIX* b, L_MATRIX* out)
     }
     *out = result;
 }
+
+namespace {
+
+// Removes from v its part along the unit vector `along`.
+L_VECTOR Across(const L_VECTOR& v, const L_VECTOR& along)
+{
+    const double t = Dot(v, along);
+    return {v.x - t * along.x, v.y - t * along.y, v.z - t * along.z};
+}
+
+L_POINT Along(const L_POINT& p, const L_VECTOR& d, double t) { return {p.x + t * d.x, p.y + t * d.y, p.z + t * d.z}; }
+
+// Eigenvalues (ascending) and unit eigenvectors (rows) of a symmetric 3 x 3 matrix
+// by cyclic Jacobi rotations, which stay accurate for the nearly flat and nearly
+// straight point sets that plane fitting meets.
+void SymmetricEigen(double a[3][3], double values[3], L_VECTOR vectors[3])
+{
+    double v[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    for (int sweep = 0; sweep < 50; ++sweep) {
+        const double off = a[0][1] * a[0][1] + a[0][2] * a[0][2] + a[1][2] * a[1][2];
+        if (off == 0.0) break;
+        for (int p = 0; p < 2; ++p) {
+            for (int q = p + 1; q < 3; ++q) {
+                if (a[p][q] == 0.0) continue;
+                const double theta = (a[q][q] - a[p][p]) / (2.0 * a[p][q]);
+                const double t = (theta >= 0.0 ? 1.0 : -1.0) / (std::fabs(theta) + std::sqrt(theta * theta + 1.0));
+                const double c = 1.0 / std::sqrt(t * t + 1.0);
+                const double s = t * c;
+                for (int k = 0; k < 3; ++k) {
+                    const double akp = a[k][p], akq = a[k][q];
+                    a[k][p] = c * akp - s * akq;
+                    a[k][q] = s * akp + c * akq;
+                }
+                for (int k = 0; k < 3; ++k) {
+                    const double apk = a[p][k], aqk = a[q][k];
+                    a[p][k] = c * apk - s * aqk;
+                    a[q][k] = s * apk + c * aqk;
+                }
+                for (int k = 0; k < 3; ++k) {
+                    const double vkp = v[k][p], vkq = v[k][q];
+                    v[k][p] = c * vkp - s * vkq;
+                    v[k][q] = s * vkp + c * vkq;
+                }
+            }
+        }
+    }
+    int order[3] = {0, 1, 2};
+    for (int i = 0; i < 3; ++i)
+        for (int j = i + 1; j < 3; ++j)
+            if (a[order[j]][order[j]] < a[order[i]][order[i]]) std::swap(order[i], order[j]);
+    for (int i = 0; i < 3; ++i) {
+        values[i] = a[order[i]][order[i]];
+        vectors[i] = {v[0][order[i]], v[1][order[i]], v[2][order[i]]};
+    }
+}
+
+// The component of largest magnitude, with its sign (x before y before z on ties).
+double LargestComponent(const L_VECTOR& v)
+{
+    if (std::fabs(v.x) >= std::fabs(v.y) && std::fabs(v.x) >= std::fabs(v.z)) return v.x;
+    return std::fabs(v.y) >= std::fabs(v.z) ? v.y : v.z;
+}
+
+// Total least-squares plane of the points that forEach visits in order (see
+// least_squares_plane for the result).
+template <class ForEach>
+short FitPlane(ForEach forEach, L_PLANE* plane)
+{
+    uint32_t n = 0;
+    L_POINT sum = {0.0, 0.0, 0.0};
+    forEach([&](const L_POINT& p) {
+        ++n;
+        sum = {sum.x + p.x, sum.y + p.y, sum.z + p.z};
+    });
+    if (n < 3 || !plane) return 1;
+    const L_POINT centroid = {sum.x / n, sum.y / n, sum.z / n};
+    double m[3][3] = {};
+    L_VECTOR newell = {0.0, 0.0, 0.0};
+    const L_POINT* previous = nullptr;
+    forEach([&](const L_POINT& p) {
+        const double d[3] = {p.x - centroid.x, p.y - centroid.y, p.z - centroid.z};
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j) m[i][j] += d[i] * d[j];
+        if (previous) {
+            const L_VECTOR c = Cross(Difference(centroid, *previous), Difference(centroid, p));
+            newell = {newell.x + c.x, newell.y + c.y, newell.z + c.z};
+        }
+        previous = &p;
+    });
+    double spread[3];
+    L_VECTOR axes[3];
+    SymmetricEigen(m, spread, axes);
+    // Spread across the line of best fit no wider than the length tolerance: a line.
+    if (!(spread[1] / n > zefatoll.length * zefatoll.length)) return 1;
+    L_VECTOR normal = axes[0];
+    double side = Dot(newell, normal);
+    if (side == 0.0) side = LargestComponent(normal);
+    if (side < 0.0) normal = {-normal.x, -normal.y, -normal.z};
+    normalise(&normal);
+    *plane = {centroid, normal};
+    return 0;
+}
+
+}  // namespace
+
+double real_dist_PL(const L_POINT& p, const L_LINE& line, const L_VECTOR& view)
+{
+    L_VECTOR offset = Difference(line.point, p);
+    L_VECTOR direction = line.direction;
+    L_VECTOR v;
+    if (UnitOf(view, &v)) {
+        offset = Across(offset, v);
+        direction = Across(direction, v);
+    }
+    L_VECTOR d;
+    if (!UnitOf(direction, &d)) return real_modulus(&offset);
+    const L_VECTOR across = Across(offset, d);
+    return real_modulus(&across);
+}
+
+short colinear_points(const L_POINT& a, const L_POINT& b, const L_POINT& c, double tolerance,
+                      L_LINE* line, short* colinear)
+{
+    // The two farthest apart fix the line best; the third is the one tested.
+    const L_POINT* points[3] = {&a, &b, &c};
+    int first = 0, second = 1, third = 2;
+    double widest = real_dist_PP(&a, &b);
+    if (real_dist_PP(&a, &c) > widest) {
+        widest = real_dist_PP(&a, &c);
+        second = 2;
+        third = 1;
+    }
+    if (real_dist_PP(&b, &c) > widest) {
+        widest = real_dist_PP(&b, &c);
+        first = 1;
+        second = 2;
+        third = 0;
+    }
+    if (colinear) *colinear = 0;
+    if (!(widest > zefatoll.length)) return 1;
+    const L_SEGM chord = {*points[first], *points[second]};
+    L_LINE through;
+    convert_S_L(&chord, &through);
+    if (colinear) *colinear = real_dist_PL(*points[third], through, {0.0, 0.0, 0.0}) <= tolerance;
+    if (line) *line = through;
+    return 0;
+}
+
+short coplanar_points(uint32_t n, const L_POINT* points, double tolerance, L_PLANE* plane,
+                      short* coplanar)
+{
+    if (coplanar) *coplanar = 0;
+    L_PLANE fitted;
+    if (!points || !plane || least_squares_plane(n, points, &fitted) != 0) return 1;
+    bool within = true;
+    for (uint32_t k = 0; k < n && within; ++k) within = std::fabs(dist_PPl(&points[k], &fitted)) <= tolerance;
+    if (coplanar) *coplanar = within;
+    *plane = fitted;
+    return 0;
+}
+
+short point_on_arc(const L_POINT& p, const L_ARC& arc, double tolerance)
+{
+    L_VECTOR axis;
+    if (!UnitOf(arc.axis, &axis) || !(arc.radius >= 0.0)) return 1;
+    const L_VECTOR toStart = Across(Difference(arc.centre, arc.start), axis);
+    const L_VECTOR toPoint = Across(Difference(arc.centre, p), axis);
+    if (!(Length(toStart) > zefatoll.zero)) return 1;
+    bool inSweep = true;
+    if (!coincident_points(arc.start, arc.end)) {
+        const L_VECTOR toEnd = Across(Difference(arc.centre, arc.end), axis);
+        const double sweep = AccurateAngle(toStart, toEnd, &axis);
+        inSweep = AccurateAngle(toStart, toPoint, &axis) <= sweep;
+    }
+    if (inSweep) {
+        const double height = Dot(Difference(arc.centre, p), axis);
+        return std::hypot(height, Length(toPoint) - arc.radius) <= tolerance ? 0 : 1;
+    }
+    const bool nearEnd = real_dist_PP(&p, &arc.start) <= tolerance || real_dist_PP(&p, &arc.end) <= tolerance;
+    return nearEnd ? 0 : 1;
+}
+
+short least_squares_plane(List<L_POINT>& points, L_PLANE* plane)
+{
+    return FitPlane(
+        [&](auto visit) {
+            for (uint32_t i = 1; i <= points.Size(); ++i)
+                if (const L_POINT* p = points.Get(i)) visit(*p);
+        },
+        plane);
+}
+
+short least_squares_plane(uint32_t n, const L_POINT* points, L_PLANE* plane)
+{
+    if (!points) return 1;
+    return FitPlane(
+        [&](auto visit) {
+            for (uint32_t k = 0; k < n; ++k) visit(points[k]);
+        },
+        plane);
+}
+
+short project_point_onto_circle(const L_POINT* p, const L_CIRCLE* circle, L_POINT* out)
+{
+    L_VECTOR axis, radial;
+    if (!UnitOf(circle->axis, &axis) || !(circle->radius >= 0.0)) return 1;
+    if (!UnitOf(Across(Difference(circle->centre, *p), axis), &radial)) return 1;
+    *out = Along(circle->centre, radial, circle->radius);
+    return 0;
+}
+
+void convert_A_C(const L_ARC* arc, L_CIRCLE* circle) { *circle = {arc->centre, arc->radius, arc->axis}; }
+
+short convert_S_L(const L_SEGM* segment, L_LINE* line)
+{
+    L_VECTOR direction;
+    if (nvector_PP(&segment->start, &segment->end, &direction) != 0) return 1;
+    *line = {segment->start, direction};
+    return 0;
+}
+
+short intersect_LB(const L_LINE* line, const L_BOUNDS* box, L_POINT* points, double tolerance)
+{
+    L_VECTOR d;
+    if (!line || !box || !points || !UnitOf(line->direction, &d)) return 0;
+    const double origin[3] = {line->point.x, line->point.y, line->point.z};
+    const double step[3] = {d.x, d.y, d.z};
+    double enter = -DBL_MAX, leave = DBL_MAX;
+    // Slabs: the line is inside the box where it is inside all three pairs of planes.
+    for (int k = 0; k < 3; ++k) {
+        const double low = box->min[k] - tolerance, high = box->max[k] + tolerance;
+        if (!(low <= high)) return 0;
+        if (std::fabs(step[k]) <= zefatoll.zero) {
+            if (origin[k] < low || origin[k] > high) return 0;
+            continue;
+        }
+        double t0 = (low - origin[k]) / step[k], t1 = (high - origin[k]) / step[k];
+        if (t0 > t1) std::swap(t0, t1);
+        enter = std::fmax(enter, t0);
+        leave = std::fmin(leave, t1);
+        if (enter > leave) return 0;
+    }
+    points[0] = Along(line->point, d, enter);
+    if (leave - enter <= zefatoll.length) return 1;
+    points[1] = Along(line->point, d, leave);
+    return 2;
+}
+
+short intersect_LPl(const L_LINE* line, const L_PLANE* plane, L_POINT* point)
+{
+    L_VECTOR d, n;
+    if (!line || !plane || !UnitOf(line->direction, &d) || !UnitOf(plane->normal, &n)) return 0;
+    const double height = Dot(Difference(plane->point, line->point), n);
+    const double approach = Dot(d, n);
+    if (std::fabs(approach) <= zefatoll.angle) return std::fabs(height) <= zefatoll.length ? 2 : 0;
+    if (point) *point = Along(line->point, d, -height / approach);
+    return 1;
+}

@@ -37,7 +37,11 @@ struct L_SEGM { L_POINT start; L_POINT end; };
 struct L_PLANE { L_POINT point; L_VECTOR normal; };  // normal need not be unit
 struct L_MATRIX { double m[16]; };                   // row after row, acts on row vectors
 struct L_CIRCLE { L_POINT centre; double radius; L_VECTOR axis; };
+// An arc runs counter-clockwise about its axis (right-hand rule) from start to end;
+// start and end coinciding (zefatoll.length) make it the full circle.
 struct L_ARC { L_POINT centre; double radius; L_VECTOR axis; L_POINT start; L_POINT end; };
+// An unbounded line: a point on it and a unit direction (as convert_S_L makes it).
+struct L_LINE { L_POINT point; L_VECTOR direction; };
 
 // The library-wide tolerances. Values are for parts modelled in millimetres with
 // float coordinates, whose rounding is a few 1e-6 mm on parts of a few hundred mm.
@@ -271,6 +275,11 @@ float dist_PP3f(const L_POINT3f* a, const L_POINT3f* b);
 double dist_PPl(const L_POINT* p, const L_PLANE* plane);
 // Distance to the closest point of the segment; a zero-length segment acts as a point.
 double real_dist_PS(const L_POINT& p, const L_SEGM& segment);
+// Distance from p to the line as seen looking along `view`: the parts of p's offset
+// and of the line's direction that run along view are dropped first. A zero view
+// gives the plain 3-D distance; a view along the line gives the distance to the
+// point the line shrinks to. A line with a zero direction acts as its point.
+double real_dist_PL(const L_POINT& p, const L_LINE& line, const L_VECTOR& view);
 // 0 inside or on the box, else the distance to it; DBL_MAX for an inverted (empty) box.
 double min_dist_point_bbox(const L_POINT& p, const L_BOUNDS& box);
 // Vector length.
@@ -300,6 +309,24 @@ short new_vector_orientation(const L_VECTOR& a, const L_VECTOR& b, double tolera
 short coincident_points(const L_POINT& a, const L_POINT& b);
 // 1 when each coordinate differs by at most tolerance (0: exact equality), else 0.
 short coincident_points(const L_POINT* a, const L_POINT* b, double tolerance);
+
+// Three points are colinear when the one left over lies within tolerance of the line
+// through the two farthest apart; that line goes to *line (either output may be
+// null). 0 on success; 1, with *colinear 0 and *line unchanged, when all three
+// coincide within zefatoll.length, as they then fix no line.
+short colinear_points(const L_POINT& a, const L_POINT& b, const L_POINT& c, double tolerance,
+                      L_LINE* line, short* colinear);
+// The least-squares plane of n points (see least_squares_plane) goes to *plane, and
+// *coplanar is 1 when every point lies within tolerance of it. 0 on success; 1, with
+// *coplanar 0 and *plane unchanged, for null points or plane, fewer than 3 points, or
+// points that fix no plane (all on one line within zefatoll.length). *coplanar may be
+// null.
+short coplanar_points(uint32_t n, const L_POINT* points, double tolerance, L_PLANE* plane,
+                      short* coplanar);
+// 0 when p lies within tolerance of the arc: of its circle where p is inside the
+// sweep (seen along the axis), else of the nearer end. 1 otherwise, and for an arc
+// with a zero axis, a negative radius, or a start at its centre.
+short point_on_arc(const L_POINT& p, const L_ARC& arc, double tolerance);
 
 // *overlap = 1 when the closed boxes share a point (touching counts), else 0; an
 // inverted box overlaps nothing. A null result pointer is ignored.
@@ -363,6 +390,36 @@ void segment_parameter(const L_SEGM& segment, const L_POINT& p, double* paramete
 // zero; 2 when both ends lie on the plane, as there is no single point. *point is
 // written only for 1.
 short intersect_SPl(const L_SEGM& segment, const L_PLANE& plane, L_POINT* point);
+// Best-fitting plane of the valid points, by total least squares: through their
+// centroid, normal along the direction of least spread (unit). The normal points to
+// the side from which the points, taken in order, turn counter-clockwise; when they
+// don't turn, its largest component is positive. 0 on success; 1 with *plane
+// unchanged for fewer than 3 points or points on one line within zefatoll.length
+// (their spread across the line), as no single plane is best then.
+short least_squares_plane(List<L_POINT>& points, L_PLANE* plane);
+short least_squares_plane(uint32_t n, const L_POINT* points, L_PLANE* plane);
+// Closest point of the circle to p: p's foot on the circle's plane pushed out to the
+// radius. 0 on success; 1 with *out unchanged for a zero axis, a negative radius, or
+// a p whose foot is the centre (every point of the circle is as near).
+short project_point_onto_circle(const L_POINT* p, const L_CIRCLE* circle, L_POINT* out);
+// The arc's circle: centre, radius and axis.
+void convert_A_C(const L_ARC* arc, L_CIRCLE* circle);
+// The segment's line, through start with direction unit(end - start). 0 on success;
+// 1 with *line unchanged when the ends are closer than zefatoll.zero.
+short convert_S_L(const L_SEGM* segment, L_LINE* line);
+// Where the line passes through the box grown by tolerance on every side (the
+// tolerance as given; a negative one shrinks the box). 2 with points[0] the entry
+// and points[1] the exit, in the line's direction; 1 with points[0] alone when they
+// coincide within zefatoll.length (the line grazes an edge or corner); 0 when the
+// line misses, the grown box is empty, or the direction is zero. points must hold
+// two points; only those reported are written.
+short intersect_LB(const L_LINE* line, const L_BOUNDS* box, L_POINT* points, double tolerance);
+// Where the line meets the plane. 1 with *point written for one meeting point; 0
+// when the line runs parallel to the plane (within zefatoll.angle) off it, or the
+// line's direction or the plane's normal is zero; 2 when it lies in the plane
+// (within zefatoll.length), as there is no single point. *point is written only for
+// 1.
+short intersect_LPl(const L_LINE* line, const L_PLANE* plane, L_POINT* point);
 // Replaces *points with the n + 1 points that cut the segment into n equal parts,
 // start and end included (a regular grid of n cells has n + 1 walls). Each point is
 // placed from its own parameter k / n, so no error builds up along the segment, and
