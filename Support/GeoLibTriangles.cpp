@@ -12,9 +12,11 @@
 // found by exact signs, so the answer "they meet" is exact; the result is the span
 // of the candidates.
 //
-// Contours: the Newell normal (the area vector of the closed polygon) gives a plane
-// on which a hole's rim, flat or not, projects without folding; there the polygon is
-// checked for self-contact by a sweep over x and cut by ear clipping. Only reflex and
+// Contours: the Newell normal (the area vector of the closed polygon) tells how to
+// look at a hole's rim, flat or not: down the coordinate axis nearest to it, which
+// needs no arithmetic, or, for a rim that this view folds, on the plane at right
+// angles to it. There the polygon is checked for self-contact by a sweep over x and
+// cut by ear clipping. Only reflex and
 // straight corners can block an ear of a simple polygon, so each ear test looks at
 // those alone, and ears wait in a queue by shape so that good triangles go first.
 #include "GeoLibTriangles.h"
@@ -22,6 +24,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <numeric>
 #include <queue>
 #include <utility>
 #include <vector>
@@ -327,4 +330,468 @@ short intersect_TriTri(const L_POINT& a0, const L_POINT& a1, const L_POINT& a2, 
     if (found.count == 0) return 0;
     if (segment) *segment = Span(found, Cross(NormalOf(a), NormalOf(b)));
     return 1;
+}
+
+namespace {
+
+struct Point2 {
+    double x, y;
+};
+
+// Sign of the turn a -> b -> c: positive counter-clockwise.
+int Orient2d(const Point2& a, const Point2& b, const Point2& c)
+{
+    const double left = (a.x - c.x) * (b.y - c.y);
+    const double right = (a.y - c.y) * (b.x - c.x);
+    const double det = left - right;
+    const double magnitude = std::fabs(left) + std::fabs(right);
+    if (std::fabs(det) > kOrient2dBound * magnitude) return SignOf(det);
+    // The determinant of rows (x, y, 1) is ab + bc + ca of the 2 x 2 minors.
+    const Expansion ab = Minor(a.x, a.y, b.x, b.y);
+    const Expansion bc = Minor(b.x, b.y, c.x, c.y);
+    const Expansion ca = Minor(c.x, c.y, a.x, a.y);
+    return SignOf(Sum(Sum(ab, bc, 1.0), ca, 1.0));
+}
+
+
+// Points closer than this share of the contour's size are one point: the repeated
+// closing corner, and float-rounded copies of a corner.
+constexpr double kMergeFraction = 1e-9;
+// A contour whose area vector is below this share of its squared size is flat to a
+// line, and its projection would be all rounding.
+constexpr double kFlatFraction = 1e-10;
+
+using TriangleCallback = void (*)(double*, double*, double*, void*);
+
+struct TessellatorState {
+    bool ready = false;  // between Init and Release
+    bool inPath = false;
+    bool inContour = false;
+    bool contourBroken = false;  // a point was not finite, or memory ran out
+    bool emitting = false;       // inside the callback
+    TriangleCallback callback = nullptr;
+    void* user = nullptr;
+    std::vector<L_POINT> contour;
+    std::vector<std::vector<L_POINT>> contours;
+};
+
+TessellatorState tessellator;
+
+bool Accepting() { return tessellator.ready && !tessellator.emitting; }
+
+double BoxDiagonal(const std::vector<L_POINT>& points)
+{
+    L_POINT low = points.front(), high = points.front();
+    for (const L_POINT& p : points) {
+        low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+        high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+    }
+    return std::sqrt(SquaredDistance(low, high));
+}
+
+// The contour without points that repeat their predecessor, the closing repeat of
+// the first point included.
+std::vector<L_POINT> DistinctPoints(const std::vector<L_POINT>& contour)
+{
+    const double tolerance = kMergeFraction * BoxDiagonal(contour);
+    const double squaredTolerance = tolerance * tolerance;
+    std::vector<L_POINT> kept;
+    kept.reserve(contour.size());
+    for (const L_POINT& p : contour) {
+        if (kept.empty() || SquaredDistance(p, kept.back()) > squaredTolerance) kept.push_back(p);
+    }
+    while (kept.size() > 1 && SquaredDistance(kept.back(), kept.front()) <= squaredTolerance) kept.pop_back();
+    return kept;
+}
+
+L_POINT Centroid(const std::vector<L_POINT>& points)
+{
+    const double n = double(points.size());
+    L_POINT centre = {0.0, 0.0, 0.0};
+    for (const L_POINT& p : points) centre = {centre.x + p.x / n, centre.y + p.y / n, centre.z + p.z / n};
+    return centre;
+}
+
+// Twice the polygon's area vector, taken about its centroid to keep the products
+// small; null when the contour is flat to a line.
+L_VECTOR NewellNormal(const std::vector<L_POINT>& points)
+{
+    const size_t n = points.size();
+    const L_POINT centre = Centroid(points);
+    L_VECTOR normal = {0.0, 0.0, 0.0};
+    for (size_t i = 0; i < n; ++i) {
+        const L_VECTOR p = Minus(points[i], centre), q = Minus(points[(i + 1) % n], centre);
+        normal.x += (p.y - q.y) * (p.z + q.z);
+        normal.y += (p.z - q.z) * (p.x + q.x);
+        normal.z += (p.x - q.x) * (p.y + q.y);
+    }
+    const double size = BoxDiagonal(points);
+    if (!(std::sqrt(Dot(normal, normal)) > kFlatFraction * size * size)) return {0.0, 0.0, 0.0};
+    return normal;
+}
+
+bool TurnsCounterClockwise(const std::vector<Point2>& flat)
+{
+    double twiceArea = 0.0;
+    for (size_t i = 0, j = flat.size() - 1; i < flat.size(); j = i++) {
+        twiceArea += flat[j].x * flat[i].y - flat[i].x * flat[j].y;
+    }
+    return twiceArea > 0.0;
+}
+
+// Drops the coordinate along which the normal is largest, and swaps the other two if
+// needed so that the polygon turns counter-clockwise. No arithmetic, so points that
+// are collinear in space stay exactly collinear and no ear can be a sliver of zero
+// area.
+void ProjectAlongAxis(const std::vector<L_POINT>& points, const L_VECTOR& normal, std::vector<Point2>& flat)
+{
+    const double size[3] = {std::fabs(normal.x), std::fabs(normal.y), std::fabs(normal.z)};
+    const int drop = size[0] >= size[1] && size[0] >= size[2] ? 0 : size[1] >= size[2] ? 1 : 2;
+    const double along[3] = {normal.x, normal.y, normal.z};
+    const bool swap = along[drop] < 0.0;
+    flat.resize(points.size());
+    for (size_t i = 0; i < points.size(); ++i) {
+        const double xyz[3] = {points[i].x, points[i].y, points[i].z};
+        const double u = xyz[(drop + 1) % 3], v = xyz[(drop + 2) % 3];
+        flat[i] = swap ? Point2{v, u} : Point2{u, v};
+    }
+}
+
+// Coordinates on the plane at right angles to the normal, in a frame that has the
+// polygon turn counter-clockwise: the view that unfolds a rim that is far from flat.
+void ProjectOnNormalPlane(const std::vector<L_POINT>& points, L_VECTOR normal, std::vector<Point2>& flat)
+{
+    normalise(&normal);
+    L_VECTOR u, v;
+    nvector_arbitraryaxis(&normal, &u, &v);
+    const L_POINT centre = Centroid(points);
+    flat.resize(points.size());
+    for (size_t i = 0; i < points.size(); ++i) {
+        const L_VECTOR d = Minus(points[i], centre);
+        flat[i] = {Dot(d, u), Dot(d, v)};
+    }
+}
+
+// p is known to lie on the line ab.
+bool OnSegment(const Point2& a, const Point2& b, const Point2& p)
+{
+    return std::min(a.x, b.x) <= p.x && p.x <= std::max(a.x, b.x) && std::min(a.y, b.y) <= p.y &&
+           p.y <= std::max(a.y, b.y);
+}
+
+// The closed segments share a point.
+bool SegmentsMeet(const Point2& a, const Point2& b, const Point2& c, const Point2& d)
+{
+    const int abc = Orient2d(a, b, c), abd = Orient2d(a, b, d);
+    if (abc * abd > 0) return false;
+    const int cda = Orient2d(c, d, a), cdb = Orient2d(c, d, b);
+    if (cda * cdb > 0) return false;
+    if (abc * abd < 0 && cda * cdb < 0) return true;
+    return (abc == 0 && OnSegment(a, b, c)) || (abd == 0 && OnSegment(a, b, d)) ||
+           (cda == 0 && OnSegment(c, d, a)) || (cdb == 0 && OnSegment(c, d, b));
+}
+
+// No zero-length edge, no edge doubling back on the previous one, and no two other
+// edges that touch. Edges are swept in order of their smallest x, so only pairs
+// whose x ranges overlap are compared.
+bool IsSimplePolygon(const std::vector<Point2>& flat)
+{
+    const uint32_t n = uint32_t(flat.size());
+    auto after = [n](uint32_t i) { return i + 1 == n ? 0 : i + 1; };
+    for (uint32_t i = 0; i < n; ++i) {
+        const Point2& before = flat[i == 0 ? n - 1 : i - 1];
+        const Point2& here = flat[i];
+        const Point2& next = flat[after(i)];
+        if (here.x == next.x && here.y == next.y) return false;
+        const bool doublesBack = (before.x - here.x) * (next.x - here.x) + (before.y - here.y) * (next.y - here.y) > 0.0;
+        if (Orient2d(before, here, next) == 0 && doublesBack) return false;
+    }
+    auto lowX = [&](uint32_t i) { return std::min(flat[i].x, flat[after(i)].x); };
+    auto highX = [&](uint32_t i) { return std::max(flat[i].x, flat[after(i)].x); };
+    std::vector<uint32_t> order(n);
+    std::iota(order.begin(), order.end(), 0u);
+    std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) { return lowX(a) < lowX(b); });
+    for (uint32_t k = 0; k < n; ++k) {
+        const uint32_t i = order[k];
+        const Point2 &a = flat[i], &b = flat[after(i)];
+        for (uint32_t m = k + 1; m < n && lowX(order[m]) <= highX(i); ++m) {
+            const uint32_t j = order[m];
+            if (after(i) == j || after(j) == i) continue;
+            const Point2 &c = flat[j], &d = flat[after(j)];
+            if (std::max(c.y, d.y) < std::min(a.y, b.y) || std::max(a.y, b.y) < std::min(c.y, d.y)) continue;
+            if (SegmentsMeet(a, b, c, d)) return false;
+        }
+    }
+    return true;
+}
+
+// Ear clipping of a simple counter-clockwise polygon. An ear's triangle is blocked
+// only by a corner that is not strictly convex (a reflex or straight one), and a
+// corner never turns from convex back to reflex as ears go, so those corners are
+// kept in a list of their own, sorted by x so that an ear test reads only the
+// corners under its triangle. Ears wait in a queue by shape; an entry goes stale
+// when its corner's neighbours change.
+class EarClipper {
+public:
+    EarClipper(const std::vector<Point2>& flat, const std::vector<L_POINT>& corners)
+        : flat_(flat), corners_(corners)
+    {
+    }
+
+    // Appends n - 2 index triples, counter-clockwise; false if no ear could be found,
+    // which a simple polygon does not allow.
+    bool Run(std::vector<uint32_t>& triangles);
+
+private:
+    struct Ear {
+        double quality;
+        uint32_t corner, stamp;
+        // The best shape first, then the lowest corner, so that the output is fixed.
+        bool operator<(const Ear& other) const
+        {
+            return quality < other.quality || (quality == other.quality && corner > other.corner);
+        }
+    };
+    const std::vector<Point2>& flat_;
+    const std::vector<L_POINT>& corners_;
+    std::vector<uint32_t> prev_, next_, stamp_;
+    std::vector<uint32_t> reflexByX_;  // corners that were reflex at the start
+    std::vector<uint8_t> reflex_;      // still reflex (or straight)
+    std::priority_queue<Ear> ears_;
+
+    bool IsConvex(uint32_t v) const { return Orient2d(flat_[prev_[v]], flat_[v], flat_[next_[v]]) > 0; }
+    bool IsEar(uint32_t v) const;
+    double Quality(uint32_t v) const;
+    void Offer(uint32_t v);
+    void DropIfConvex(uint32_t v);
+    void Clip(uint32_t v, std::vector<uint32_t>& triangles);
+};
+
+bool EarClipper::IsEar(uint32_t v) const
+{
+    if (!IsConvex(v)) return false;
+    const Point2 &a = flat_[prev_[v]], &b = flat_[v], &c = flat_[next_[v]];
+    const double lowX = std::min({a.x, b.x, c.x}), highX = std::max({a.x, b.x, c.x});
+    const double lowY = std::min({a.y, b.y, c.y}), highY = std::max({a.y, b.y, c.y});
+    auto first = std::lower_bound(reflexByX_.begin(), reflexByX_.end(), lowX,
+                                  [this](uint32_t r, double x) { return flat_[r].x < x; });
+    for (auto it = first; it != reflexByX_.end() && flat_[*it].x <= highX; ++it) {
+        const uint32_t r = *it;
+        if (!reflex_[r] || r == prev_[v] || r == next_[v]) continue;
+        const Point2& p = flat_[r];
+        if (p.y < lowY || p.y > highY) continue;
+        if (Orient2d(a, b, p) >= 0 && Orient2d(b, c, p) >= 0 && Orient2d(c, a, p) >= 0) return false;
+    }
+    return true;
+}
+
+// 1 for an equilateral triangle, towards 0 for a sliver; measured in 3-D, where the
+// triangle will live.
+double EarClipper::Quality(uint32_t v) const
+{
+    const L_POINT &a = corners_[prev_[v]], &b = corners_[v], &c = corners_[next_[v]];
+    const L_VECTOR area = Cross(Minus(b, a), Minus(c, a));
+    const double edges = SquaredDistance(a, b) + SquaredDistance(b, c) + SquaredDistance(c, a);
+    return 2.0 * std::sqrt(3.0) * std::sqrt(Dot(area, area)) / edges;
+}
+
+void EarClipper::Offer(uint32_t v)
+{
+    if (IsEar(v)) ears_.push({Quality(v), v, stamp_[v]});
+}
+
+void EarClipper::DropIfConvex(uint32_t v)
+{
+    if (reflex_[v] && IsConvex(v)) reflex_[v] = 0;
+}
+
+void EarClipper::Clip(uint32_t v, std::vector<uint32_t>& triangles)
+{
+    const uint32_t before = prev_[v], after = next_[v];
+    triangles.insert(triangles.end(), {before, v, after});
+    next_[before] = after;
+    prev_[after] = before;
+    for (const uint32_t neighbour : {before, after}) {
+        ++stamp_[neighbour];
+        DropIfConvex(neighbour);
+    }
+    Offer(before);
+    Offer(after);
+}
+
+bool EarClipper::Run(std::vector<uint32_t>& triangles)
+{
+    const uint32_t n = uint32_t(flat_.size());
+    prev_.resize(n);
+    next_.resize(n);
+    stamp_.assign(n, 0);
+    reflex_.assign(n, 0);
+    for (uint32_t v = 0; v < n; ++v) {
+        prev_[v] = v == 0 ? n - 1 : v - 1;
+        next_[v] = v + 1 == n ? 0 : v + 1;
+    }
+    for (uint32_t v = 0; v < n; ++v) {
+        if (IsConvex(v)) continue;
+        reflex_[v] = 1;
+        reflexByX_.push_back(v);
+    }
+    std::sort(reflexByX_.begin(), reflexByX_.end(), [this](uint32_t a, uint32_t b) { return flat_[a].x < flat_[b].x; });
+    std::vector<uint8_t> clipped(n, 0);
+    uint32_t alive = 0;  // any corner still in the polygon
+    for (uint32_t remaining = n; remaining > 3;) {
+        if (ears_.empty()) {
+            // Empty at the start, and again when every queued ear is spent while
+            // a corner that stopped being reflex may have freed one turned down
+            // before: look at every corner.
+            for (uint32_t v = 0; v < n; ++v) {
+                if (!clipped[v]) Offer(v);
+            }
+            if (ears_.empty()) return false;
+        }
+        const Ear ear = ears_.top();
+        ears_.pop();
+        if (clipped[ear.corner] || ear.stamp != stamp_[ear.corner]) continue;
+        alive = next_[ear.corner];
+        Clip(ear.corner, triangles);
+        clipped[ear.corner] = 1;
+        --remaining;
+    }
+    if (!IsConvex(alive)) return false;
+    triangles.insert(triangles.end(), {prev_[alive], alive, next_[alive]});
+    return true;
+}
+
+// Index triples into `corners`, the contour's distinct points; false when the
+// contour cannot be triangulated.
+bool Triangulate(const std::vector<L_POINT>& contour, std::vector<L_POINT>& corners, std::vector<uint32_t>& triangles)
+{
+    if (contour.size() < 3) return false;
+    corners = DistinctPoints(contour);
+    if (corners.size() < 3) return false;
+    const L_VECTOR normal = NewellNormal(corners);
+    if (normal.x == 0.0 && normal.y == 0.0 && normal.z == 0.0) return false;
+    std::vector<Point2> flat;
+    ProjectAlongAxis(corners, normal, flat);
+    if (!TurnsCounterClockwise(flat) || !IsSimplePolygon(flat)) {
+        ProjectOnNormalPlane(corners, normal, flat);
+        if (!TurnsCounterClockwise(flat) || !IsSimplePolygon(flat)) return false;
+    }
+    return EarClipper(flat, corners).Run(triangles);
+}
+
+void Emit(const std::vector<L_POINT>& corners, const std::vector<uint32_t>& triangles)
+{
+    if (!tessellator.callback) return;
+    for (size_t k = 0; k + 2 < triangles.size(); k += 3) {
+        double xyz[3][3];
+        for (int i = 0; i < 3; ++i) {
+            const L_POINT& p = corners[triangles[k + i]];
+            xyz[i][0] = p.x;
+            xyz[i][1] = p.y;
+            xyz[i][2] = p.z;
+        }
+        tessellator.callback(xyz[0], xyz[1], xyz[2], tessellator.user);
+    }
+}
+
+void ClearPath()
+{
+    tessellator.inPath = false;
+    tessellator.inContour = false;
+    tessellator.contourBroken = false;
+    tessellator.contour.clear();
+    tessellator.contours.clear();
+}
+
+}  // namespace
+
+bool GeoLibTessellate3DInit()
+{
+    if (tessellator.emitting) return false;
+    ClearPath();
+    tessellator.callback = nullptr;
+    tessellator.user = nullptr;
+    tessellator.ready = true;
+    return true;
+}
+
+void GeoLibTessellate3DRelease()
+{
+    if (tessellator.emitting) return;
+    ClearPath();
+    tessellator.contour.shrink_to_fit();
+    tessellator.contours.shrink_to_fit();
+    tessellator.callback = nullptr;
+    tessellator.user = nullptr;
+    tessellator.ready = false;
+}
+
+void GeoLibTessellate3DSetCbk(void (*callback)(double*, double*, double*, void*), void* user)
+{
+    if (!Accepting()) return;
+    tessellator.callback = callback;
+    tessellator.user = user;
+}
+
+void GeoLibTessellate3DBeginPath(bool)
+{
+    if (!Accepting()) return;
+    ClearPath();
+    tessellator.inPath = true;
+}
+
+void GeoLibTessellate3DEndPath()
+{
+    if (!Accepting() || !tessellator.inPath) return;
+    tessellator.emitting = true;
+    std::vector<L_POINT> corners;
+    std::vector<uint32_t> triangles;
+    for (const std::vector<L_POINT>& contour : tessellator.contours) {
+        triangles.clear();
+        bool done = false;
+        try {
+            done = Triangulate(contour, corners, triangles);
+        } catch (...) {
+            done = false;  // out of memory: the contour is rejected like any other
+        }
+        if (done) Emit(corners, triangles);
+    }
+    tessellator.emitting = false;
+    ClearPath();
+}
+
+void GeoLibTessellate3DBeginContour()
+{
+    if (!Accepting() || !tessellator.inPath) return;
+    tessellator.contour.clear();
+    tessellator.contourBroken = false;
+    tessellator.inContour = true;
+}
+
+void GeoLibTessellate3DEndContour()
+{
+    if (!Accepting() || !tessellator.inContour) return;
+    tessellator.inContour = false;
+    if (tessellator.contourBroken) return;
+    try {
+        tessellator.contours.push_back(std::move(tessellator.contour));
+    } catch (...) {
+        // Out of memory: the contour is dropped, as a rejected one would be.
+    }
+    tessellator.contour.clear();
+}
+
+void GeoLibTessellate3DVertex(double* xyz)
+{
+    if (!Accepting() || !tessellator.inContour || !xyz) return;
+    const L_POINT p = {xyz[0], xyz[1], xyz[2]};
+    if (!IsFinite(p)) {
+        tessellator.contourBroken = true;
+        return;
+    }
+    try {
+        tessellator.contour.push_back(p);
+    } catch (...) {
+        tessellator.contourBroken = true;
+    }
 }

@@ -34,10 +34,13 @@ short intersect_TriTri(const L_POINT& a0, const L_POINT& a1, const L_POINT& a2, 
 // At EndPath every contour of the path that was closed by EndContour is triangulated
 // on its own (contours are not holes of one another). A contour is first cleaned: a
 // point within 1e-9 of the contour's size of the previous one (the repeated closing
-// corner among them) is dropped. It is then projected on the plane of its Newell
-// normal, which suits rims that are not flat, and cut into ears, the best-shaped ear
-// first, with exact 2-D orientation tests, so collinear runs are handled and the
-// triangles never overlap in that projection. A contour of n distinct points gives
+// corner among them) is dropped. It is then seen down the coordinate axis nearest to
+// its Newell normal (the area vector of the polygon); that projection is exact, so
+// points collinear in space stay collinear and no triangle of zero area comes out. A
+// rim so far from flat that this view folds it is projected on the plane at right
+// angles to the Newell normal instead. The polygon is cut into ears, the best-shaped
+// ear first, with exact 2-D orientation tests, so collinear runs are handled and the
+// triangles never overlap in the projection. A contour of n distinct points gives
 // n - 2 triangles, each passed to the callback as the ORIGINAL coordinates of three
 // of its points, in the contour's own turning sense: the right-hand normal of every
 // triangle points to the side of the contour's Newell normal, as the contour does.

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <random>
@@ -195,6 +196,179 @@ TEST(TriTri, IntegerGridPairsAreConsistent)
         }
     }
     EXPECT_GT(meetings, 300);
+}
+
+}  // namespace
+
+namespace {
+
+using Corners = std::vector<L_POINT>;
+
+void Collect(double* a, double* b, double* c, void* user)
+{
+    static_cast<std::vector<Tri>*>(user)->push_back({{{a[0], a[1], a[2]}, {b[0], b[1], b[2]}, {c[0], c[1], c[2]}}});
+}
+
+void Feed(const Corners& contour)
+{
+    GeoLibTessellate3DBeginContour();
+    for (L_POINT p : contour) GeoLibTessellate3DVertex(&p.x);
+    GeoLibTessellate3DEndContour();
+}
+
+// The calls of a hole filler: one path with one contour per call of Feed.
+std::vector<Tri> Tessellate(const std::vector<Corners>& contours)
+{
+    std::vector<Tri> triangles;
+    EXPECT_TRUE(GeoLibTessellate3DInit());
+    GeoLibTessellate3DSetCbk(Collect, &triangles);
+    GeoLibTessellate3DBeginPath(false);
+    for (const Corners& contour : contours) Feed(contour);
+    GeoLibTessellate3DEndPath();
+    GeoLibTessellate3DRelease();
+    return triangles;
+}
+
+// Twice the signed area of the polygon seen down `view` (a unit vector).
+double TwiceArea(const Corners& polygon, const L_VECTOR& view = {0, 0, 1})
+{
+    double sum = 0.0;
+    for (size_t i = 0; i < polygon.size(); ++i) {
+        const L_POINT &p = polygon[i], &q = polygon[(i + 1) % polygon.size()];
+        sum += Dot({p.y * q.z - p.z * q.y, p.z * q.x - p.x * q.z, p.x * q.y - p.y * q.x}, view);
+    }
+    return sum;
+}
+
+// For a contour turning counter-clockwise seen down `view`: n - 2 triangles, every
+// one turning the same way, made of the contour's own points, and covering the
+// polygon exactly once, which together rule out overlaps and gaps.
+void ExpectFan(const std::vector<Tri>& triangles, const Corners& contour, size_t distinct,
+               const L_VECTOR& view = {0, 0, 1})
+{
+    ASSERT_EQ(triangles.size(), distinct - 2);
+    double covered = 0.0;
+    for (const Tri& t : triangles) {
+        const double twiceArea = TwiceArea({t.p[0], t.p[1], t.p[2]}, view);
+        EXPECT_GT(twiceArea, 0.0);
+        covered += twiceArea;
+        for (const L_POINT& corner : t.p) {
+            EXPECT_TRUE(std::any_of(contour.begin(), contour.end(), [&](const L_POINT& p) {
+                return p.x == corner.x && p.y == corner.y && p.z == corner.z;
+            }));
+        }
+    }
+    EXPECT_NEAR(covered, TwiceArea(contour, view), 1e-9 * std::fabs(TwiceArea(contour, view)));
+}
+
+Corners Circle(int n, double radius, double saddle = 0.0)
+{
+    Corners rim;
+    for (int i = 0; i < n; ++i) {
+        const double angle = 6.283185307179586 * i / n;
+        rim.push_back({1e3 + radius * std::cos(angle), -2e3 + radius * std::sin(angle), saddle * std::sin(2 * angle)});
+    }
+    return rim;
+}
+
+TEST(Tessellate3D, PlanarPolygonsWithCollinearRuns)
+{
+    const Corners square = {{0, 0, 5}, {1, 0, 5}, {1, 1, 5}, {0, 1, 5}};
+    const Corners ell = {{0, 0, 0}, {2, 0, 0}, {2, 1, 0}, {1, 1, 0}, {1, 2, 0}, {0, 2, 0}};
+    Corners dottedSquare;  // 4 x 4 with a point at every unit of its sides
+    for (int i = 0; i < 4; ++i) dottedSquare.push_back({double(i), 0, 0});
+    for (int i = 0; i < 4; ++i) dottedSquare.push_back({4, double(i), 0});
+    for (int i = 4; i > 0; --i) dottedSquare.push_back({double(i), 4, 0});
+    for (int i = 4; i > 0; --i) dottedSquare.push_back({0, double(i), 0});
+    for (const Corners& polygon : {square, ell, dottedSquare}) {
+        ExpectFan(Tessellate({polygon}), polygon, polygon.size());
+    }
+}
+
+TEST(Tessellate3D, CircleRimWithClosingRepeatAndNearDuplicates)
+{
+    Corners rim = Circle(200, 50.0);
+    const Corners distinct = rim;
+    rim.insert(rim.begin() + 70, {rim[70].x + 1e-12, rim[70].y, rim[70].z});
+    rim.insert(rim.begin() + 20, {rim[20].x, rim[20].y - 1e-12, rim[20].z});
+    rim.push_back(rim.front());
+    ExpectFan(Tessellate({rim}), rim, 200);
+
+    // The turning sense follows the contour: reversed, every triangle is too.
+    const Corners reversed(distinct.rbegin(), distinct.rend());
+    const std::vector<Tri> back = Tessellate({reversed});
+    ASSERT_EQ(back.size(), 198u);
+    for (const Tri& t : back) EXPECT_LT(TwiceArea({t.p[0], t.p[1], t.p[2]}), 0.0);
+}
+
+TEST(Tessellate3D, SaddleRimAndJaggedStar)
+{
+    // Tilted by 45 degrees, this saddle folds over itself seen down any axis.
+    const double half = std::sqrt(0.5);
+    Corners saddle;
+    for (const L_POINT& p : Circle(120, 10.0, 8.0)) saddle.push_back({p.x, half * (p.y - p.z), half * (p.y + p.z)});
+    ExpectFan(Tessellate({saddle}), saddle, saddle.size(), {0, -half, half});
+
+    // Star-shaped about its centre, so simple, with about half its corners reflex.
+    std::mt19937 random(5);
+    std::uniform_real_distribution<double> radius(0.3, 1.0);
+    Corners star;
+    for (int i = 0; i < 3000; ++i) {
+        const double angle = 6.283185307179586 * i / 3000, r = radius(random);
+        star.push_back({r * std::cos(angle), r * std::sin(angle), 0.01 * r});
+    }
+    ExpectFan(Tessellate({star}), star, star.size());
+}
+
+TEST(Tessellate3D, RejectedContoursGiveNothingAndSpareTheOthers)
+{
+    const Corners square = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    const Corners bowTie = {{0, 0, 0}, {2, 0, 0}, {0, 1, 0}, {2, 1.5, 0}};
+    const Corners touching = {{0, 0, 0}, {2, 0, 0}, {1, 1, 0}, {2, 2, 0}, {0, 2, 0}, {1, 1, 0}};
+    const Corners line = {{0, 0, 0}, {1, 1, 1}, {3, 3, 3}, {2, 2, 2}};
+    const Corners twoPoints = {{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {1e-14, 0, 0}};
+    const Corners broken = {{0, 0, 0}, {1, 0, 0}, {0, std::numeric_limits<double>::infinity(), 0}};
+    for (const Corners& bad : {bowTie, touching, line, twoPoints, broken}) {
+        EXPECT_TRUE(Tessellate({bad}).empty());
+        EXPECT_EQ(Tessellate({bad, square}).size(), 2u);
+    }
+}
+
+void Reenter(double*, double*, double*, void* user)
+{
+    ++*static_cast<int*>(user);
+    GeoLibTessellate3DRelease();
+    GeoLibTessellate3DBeginPath(false);
+}
+
+TEST(Tessellate3D, CallsOutOfOrderDoNothing)
+{
+    const Corners square = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    std::vector<Tri> triangles;
+    GeoLibTessellate3DSetCbk(Collect, &triangles);  // before Init
+    GeoLibTessellate3DBeginPath(false);
+    Feed(square);
+    GeoLibTessellate3DEndPath();
+    EXPECT_TRUE(triangles.empty());
+
+    ASSERT_TRUE(GeoLibTessellate3DInit());
+    GeoLibTessellate3DSetCbk(Collect, &triangles);
+    Feed(square);                    // outside a path
+    GeoLibTessellate3DEndPath();     // without BeginPath
+    GeoLibTessellate3DBeginPath(false);
+    GeoLibTessellate3DBeginContour();
+    GeoLibTessellate3DVertex(nullptr);
+    GeoLibTessellate3DEndPath();     // the open contour is dropped
+    EXPECT_TRUE(triangles.empty());
+
+    // Calls from inside the callback are ignored: both triangles still come.
+    int calls = 0;
+    GeoLibTessellate3DSetCbk(Reenter, &calls);
+    GeoLibTessellate3DBeginPath(false);
+    Feed(square);
+    GeoLibTessellate3DEndPath();
+    EXPECT_EQ(calls, 2);
+    GeoLibTessellate3DRelease();
 }
 
 }  // namespace
