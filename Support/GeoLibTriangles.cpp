@@ -360,6 +360,10 @@ constexpr double kMergeFraction = 1e-9;
 // A contour whose area vector is below this share of its squared size is flat to a
 // line, and its projection would be all rounding.
 constexpr double kFlatFraction = 1e-10;
+// A contour within this share of its size of its mean plane is flat. Seen down an
+// axis, a flat contour folds only if it really touches itself; float coordinates
+// on a tilted plane stray from it by about 1e-7.
+constexpr double kPlanarFraction = 1e-6;
 
 using TriangleCallback = void (*)(double*, double*, double*, void*);
 
@@ -455,6 +459,16 @@ void ProjectAlongAxis(const std::vector<L_POINT>& points, const L_VECTOR& normal
         const double u = xyz[(drop + 1) % 3], v = xyz[(drop + 2) % 3];
         flat[i] = swap ? Point2{v, u} : Point2{u, v};
     }
+}
+
+bool IsFlat(const std::vector<L_POINT>& points, L_VECTOR normal)
+{
+    normalise(&normal);
+    const L_POINT centre = Centroid(points);
+    const double tolerance = kPlanarFraction * BoxDiagonal(points);
+    return std::all_of(points.begin(), points.end(), [&](const L_POINT& p) {
+        return std::fabs(Dot(Minus(p, centre), normal)) <= tolerance;
+    });
 }
 
 // Coordinates on the plane at right angles to the normal, in a frame that has the
@@ -673,6 +687,8 @@ bool Triangulate(const std::vector<L_POINT>& contour, std::vector<L_POINT>& corn
     std::vector<Point2> flat;
     ProjectAlongAxis(corners, normal, flat);
     if (!TurnsCounterClockwise(flat) || !IsSimplePolygon(flat)) {
+        // The rounded view could hide a real self-contact of a flat contour.
+        if (IsFlat(corners, normal)) return false;
         ProjectOnNormalPlane(corners, normal, flat);
         if (!TurnsCounterClockwise(flat) || !IsSimplePolygon(flat)) return false;
     }

@@ -325,10 +325,11 @@ TEST(Tessellate3D, RejectedContoursGiveNothingAndSpareTheOthers)
     const Corners square = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
     const Corners bowTie = {{0, 0, 0}, {2, 0, 0}, {0, 1, 0}, {2, 1.5, 0}};
     const Corners touching = {{0, 0, 0}, {2, 0, 0}, {1, 1, 0}, {2, 2, 0}, {0, 2, 0}, {1, 1, 0}};
+    const Corners cornerOnEdge = {{4, 2, 0}, {1, 2, 0}, {6, 1, 0}, {0, 0, 0}, {2, 4, 0}};  // (1, 2) on the 4th edge
     const Corners line = {{0, 0, 0}, {1, 1, 1}, {3, 3, 3}, {2, 2, 2}};
     const Corners twoPoints = {{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {1e-14, 0, 0}};
     const Corners broken = {{0, 0, 0}, {1, 0, 0}, {0, std::numeric_limits<double>::infinity(), 0}};
-    for (const Corners& bad : {bowTie, touching, line, twoPoints, broken}) {
+    for (const Corners& bad : {bowTie, touching, cornerOnEdge, line, twoPoints, broken}) {
         EXPECT_TRUE(Tessellate({bad}).empty());
         EXPECT_EQ(Tessellate({bad, square}).size(), 2u);
     }
