@@ -110,6 +110,15 @@ struct WrittenFiles {
 
 }  // namespace
 
+L_LUMOMESH TorusMesh(int n, int m)
+{
+    const Torus torus = MakeTorus(n, m);
+    L_LUMOMESH mesh;
+    LMeshCreateFromIndexedTriangles(mesh, torus.coords.data(), uint32_t(torus.coords.size() / 3),
+                                    torus.indices.data(), uint32_t(torus.indices.size()));
+    return mesh;
+}
+
 const std::string& TorusStl(uint32_t facets)
 {
     static WrittenFiles files;
@@ -117,10 +126,7 @@ const std::string& TorusStl(uint32_t facets)
     auto found = written.find(facets);
     if (found != written.end()) return found->second;
     const int n = int(std::sqrt(facets)), m = int(facets / 2 / n);
-    const Torus torus = MakeTorus(n, m);
-    L_LUMOMESH mesh;
-    LMeshCreateFromIndexedTriangles(mesh, torus.coords.data(), uint32_t(torus.coords.size() / 3),
-                                    torus.indices.data(), uint32_t(torus.indices.size()));
+    const L_LUMOMESH mesh = TorusMesh(n, m);
     const std::string path = TempFile(("lmesh_bench_torus_" + std::to_string(facets) + ".stl").c_str());
     LMeshSaveToStlBin(mesh, Wide(path).c_str(), nullptr, 0.0f, nullptr);
     return written.emplace(facets, path).first->second;

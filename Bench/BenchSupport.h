@@ -15,6 +15,10 @@ struct Torus {
 };
 Torus MakeTorus(int n, int m, float offsetX = 0.0f);
 
+// The same torus built into a mesh with shared edges.
+class L_LUMOMESH;
+L_LUMOMESH TorusMesh(int n, int m);
+
 // Nine floats per triangle, in facet order.
 std::vector<float> SoupOf(const Torus& torus);
 

@@ -16,15 +16,6 @@
 
 namespace {
 
-L_LUMOMESH TorusMesh(int n, int m)
-{
-    const Torus torus = MakeTorus(n, m);
-    L_LUMOMESH mesh;
-    LMeshCreateFromIndexedTriangles(mesh, torus.coords.data(), uint32_t(torus.coords.size() / 3),
-                                    torus.indices.data(), uint32_t(torus.indices.size()));
-    return mesh;
-}
-
 void LoadStl(const std::string& path, float tolerance, benchmark::State* state)
 {
     L_LUMOMESH mesh;
