@@ -388,12 +388,15 @@ short LMeshSaveToZPRFormat(L_LUMOMESH& mesh, const wchar_t* path, const BaseList
 // if an id was past the facet slots; the other ids are still deleted.
 bool LMeshDeleteFacets(L_LUMOMESH& mesh, const BaseList<uint32_t>& facets);
 // Collapses an inner edge onto its first end, removing the second end, the edge and its
-// two facets. All or nothing: a refusal leaves the mesh as it was.
+// two facets. Refused when the first end or an apex lies on a border, or a side of the
+// two facets is a border edge. All or nothing: a refusal leaves the mesh bit for bit as
+// it was. Normals and the box are not updated.
 bool LMeshCollapseEdge(L_LUMOMESH& mesh, uint32_t edge);
 // Merges two corners of a facet (the ends of a free side survive); LMeshMergeVertices' result.
 bool LMeshCollapseFacet(L_LUMOMESH& mesh, uint32_t facet);
 // Moves everything at `dropped` onto `kept`, deletes facets that collapse, and zips
-// border edges that come to join the same two vertices.
+// border edges that come to join the same two vertices. False, with nothing done, when
+// either vertex is dead or past the store, or both are one.
 bool LMeshMergeVertices(L_LUMOMESH& mesh, uint32_t kept, uint32_t dropped);
 
 // ---- Degenerate and duplicate facets ---------------------------------------------------
@@ -423,17 +426,20 @@ struct LM_TOLERANCES {
 
 // One pass of edge collapses in edge id order, each kept only if facet areas stay above
 // minimumArea (unless ignoreArea), vertex curvatures change by less than
-// vertexCurvatureChange and no facet turns by a right angle or more. `removed` counts
-// edges (3 per collapse). 0, or -1 if a vertex curvature could not be computed.
+// vertexCurvatureChange and no facet turns by a right angle or more; when only the
+// curvature refuses, the edge is tried the other way round. `removed` counts edges (3 per
+// collapse of the first try only). 0, or -1 if a vertex curvature could not be computed.
+// Accepted collapses leave fresh normals around them; the box is not updated.
 short LMeshSimplify(L_LUMOMESH& mesh, uint32_t& removed, const LM_TOLERANCES& tolerances, bool ignoreArea,
                     bool protectRightAngles);
-// The same, with each survivor moved to the midpoint of its edge.
+// The same, with each survivor moved to the midpoint of its edge and no second try.
 short LMeshSimplifyFullEdgeCollapse(L_LUMOMESH& mesh, uint32_t& removed, const LM_TOLERANCES& tolerances,
                                     bool ignoreArea, bool protectRightAngles);
-// One edge: 0 collapsed, -1 refused.
+// One edge, with the second try: 0 collapsed (either way round), -1 refused.
 short LMeshSimplifyEdge(L_LUMOMESH& mesh, const uint32_t& edge, const LM_TOLERANCES& tolerances, bool ignoreArea,
                         bool protectRightAngles);
-// The listed edges in list order; returns the direct collapses made.
+// The listed edges in list order, with the second try; returns the collapses made on the
+// first try. Ids past the store are passed over.
 uint32_t LMeshSimplifyEdges(L_LUMOMESH& mesh, const BaseList<uint32_t>& edges, const LM_TOLERANCES& tolerances,
                             bool ignoreArea, bool protectRightAngles);
 
@@ -444,10 +450,14 @@ uint32_t LMeshSimplifyEdges(L_LUMOMESH& mesh, const BaseList<uint32_t>& edges, c
 // all edges, or those of the listed facets. True if anything was merged.
 bool LMeshOptimizeEdges(L_LUMOMESH& mesh, float tolerance, const BaseList<uint32_t>* facets, uint32_t* candidates,
                         uint32_t* unmatched, short mode);
-// Collapses the shortest edge of degenerate, skinny and small facets; returns collapses made.
+// Collapses the shortest edge of degenerate (an angle within angleTolerance degrees of
+// 0 or 180), skinny and small facets, shortest first; returns collapses made.
 uint32_t LMeshRemoveSkinnyTriangles(L_LUMOMESH& mesh, const LM_TOLERANCES& tolerances, float angleTolerance);
-// Removes facets whose largest angle exceeds capAngle; returns the facets dealt with.
+// Removes facets whose largest angle exceeds capAngle, by an edge collapse or, failing
+// that, by merging the three facets around the obtuse corner into one appended facet
+// (normal left zero). Returns the facets dealt with.
 uint32_t LMeshRemoveCapTriangles(L_LUMOMESH& mesh, const LM_TOLERANCES& tolerances);
 // Collapses the shortest side of facets whose shape factor lies in [min, max] where no
-// neighbouring facet turns by more than the angle limit.
+// neighbouring facet turns by more than the angle limit (radians) and the moved end has
+// no border edge. True if anything was collapsed.
 bool LMeshRemoveFacetsByShapeFactorRange(L_LUMOMESH& mesh, float min, float max, float angle);

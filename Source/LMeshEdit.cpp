@@ -31,6 +31,13 @@ bool HasEnd(const LM_EDGE& edge, uint32_t v) { return edge.vertex[0] == v || edg
 
 uint32_t OtherEnd(const LM_EDGE& edge, uint32_t v) { return edge.vertex[0] != v ? edge.vertex[0] : edge.vertex[1]; }
 
+// Packed records: their arrays are walked by index, never through references.
+void ReplaceSide(LM_FACET& facet, uint32_t from, uint32_t to)
+{
+    for (int k = 0; k < 3; ++k)
+        if (facet.edge[k] == from) facet.edge[k] = to;
+}
+
 bool IsInnerEdge(const L_LUMOMESH& mesh, uint32_t e)
 {
     const LM_EDGE* edge = mesh.edges.Peek(e);
@@ -61,8 +68,8 @@ void RelinkVerticesToLiveEdges(L_LUMOMESH& mesh)
     for (uint32_t e = 0; e < mesh.edges.count; ++e) {
         const LM_EDGE& edge = *mesh.edges.Peek(e);
         if (!IsLive(edge.flags)) continue;
-        for (uint32_t v : edge.vertex)
-            if (LM_VERTEX* vertex = Writable(mesh.vertices, v)) vertex->edge = e;
+        for (int k = 0; k < 2; ++k)
+            if (LM_VERTEX* vertex = Writable(mesh.vertices, edge.vertex[k])) vertex->edge = e;
     }
 }
 
@@ -79,13 +86,13 @@ void RecountVerticesAndEdges(L_LUMOMESH& mesh)
     mesh.edgeCount = liveEdges;
 }
 
-// ---- Edge collapse ----
-
 // The first corner of `facet`, in slot order, that is not a corner of `other`.
 uint32_t ApexOff(const LM_FACET& facet, const LM_FACET& other)
 {
-    for (uint32_t v : facet.vertex)
+    for (int k = 0; k < 3; ++k) {
+        const uint32_t v = facet.vertex[k];
         if (v != other.vertex[0] && v != other.vertex[1] && v != other.vertex[2]) return v;
+    }
     return LM_NONE;
 }
 
@@ -94,7 +101,8 @@ uint32_t SideAt(const L_LUMOMESH& mesh, uint32_t facet, uint32_t skipped, uint32
 {
     const LM_FACET* record = mesh.facets.Peek(facet);
     if (!record) return LM_NONE;
-    for (uint32_t e : record->edge) {
+    for (int k = 0; k < 3; ++k) {
+        const uint32_t e = record->edge[k];
         if (e == skipped) continue;
         const LM_EDGE* edge = mesh.edges.Peek(e);  // a stale id is passed over
         if (edge && HasEnd(*edge, end)) return e;
@@ -125,10 +133,10 @@ void MoveFacetsOntoKept(L_LUMOMESH& mesh, EdgeCollapse& collapse, RecordBackup& 
         }
         LM_FACET* facet = Writable(mesh.facets, t);
         if (!facet) continue;
-        for (uint32_t& v : facet->vertex) {
-            if (v != collapse.removed) continue;
+        for (int k = 0; k < 3; ++k) {
+            if (facet->vertex[k] != collapse.removed) continue;
             undo.SaveFacet(mesh, t);
-            v = collapse.kept;
+            facet->vertex[k] = collapse.kept;
             break;
         }
     }
@@ -156,23 +164,16 @@ bool BridgeOverFacet(L_LUMOMESH& mesh, const EdgeCollapse& collapse, int side, u
     const uint32_t removedSide = collapse.removedSides[side];
     const LM_EDGE& dying = *mesh.edges.Peek(removedSide);
     uint32_t beyond = LM_NONE;
-    for (uint32_t f : dying.facet)
-        if (f != f0 && f != f1) {
-            beyond = f;
-            break;
-        }
+    for (int k = 0; k < 2 && beyond == LM_NONE; ++k)
+        if (dying.facet[k] != f0 && dying.facet[k] != f1) beyond = dying.facet[k];
     LM_FACET* facet = Writable(mesh.facets, beyond);  // also refuses a link past the store
     if (!facet) return false;
     LM_EDGE& bridge = *mesh.edges.At(keptSide);
     undo.SaveEdge(mesh, keptSide);
-    for (uint32_t& f : bridge.facet)
-        if (f == f0 || f == f1) {
-            f = beyond;
-            break;
-        }
+    const int link = bridge.facet[0] == f0 || bridge.facet[0] == f1 ? 0 : 1;
+    if (bridge.facet[link] == f0 || bridge.facet[link] == f1) bridge.facet[link] = beyond;
     undo.SaveFacet(mesh, beyond);
-    for (uint32_t& e : facet->edge)
-        if (e == removedSide) e = keptSide;
+    ReplaceSide(*facet, removedSide, keptSide);
     return true;
 }
 
@@ -183,8 +184,6 @@ void Relink(L_LUMOMESH& mesh, uint32_t v, uint32_t edge, RecordBackup& undo)
     undo.SaveVertex(mesh, v);
     vertex->edge = edge;
 }
-
-// ---- Vertex merge ----
 
 struct MovedEdge {
     uint32_t otherEnd;
@@ -211,11 +210,11 @@ void MoveEdgesOfDropped(L_LUMOMESH& mesh, uint32_t kept, uint32_t dropped, std::
             keptEdges.push_back(e);
         } else if (atDropped && !atKept) {
             movedEdges.push_back({OtherEnd(edge, dropped), e});
-            for (uint32_t& v : edge.vertex)
-                if (v == dropped) v = kept;
+            for (int k = 0; k < 2; ++k)
+                if (edge.vertex[k] == dropped) edge.vertex[k] = kept;
         } else if (atKept && atDropped) {
-            for (uint32_t f : edge.facet)
-                if (f != LM_NONE) AppendUnique(doomed, f);
+            for (int k = 0; k < 2; ++k)
+                if (edge.facet[k] != LM_NONE) AppendUnique(doomed, edge.facet[k]);
         }
     }
 }
@@ -232,8 +231,8 @@ void MoveFacetsOfDropped(L_LUMOMESH& mesh, uint32_t kept, uint32_t dropped, Base
             AppendUnique(doomed, f);
             continue;
         }
-        for (uint32_t& v : facet.vertex)
-            if (v == dropped) v = kept;
+        for (int k = 0; k < 3; ++k)
+            if (facet.vertex[k] == dropped) facet.vertex[k] = kept;
     }
 }
 
@@ -268,11 +267,8 @@ float SquaredDistance(const L_LUMOMESH& mesh, uint32_t a, uint32_t b)
 bool MergeInnerCorner(L_LUMOMESH& mesh, const LM_FACET& facet, uint32_t u, uint32_t w)
 {
     uint32_t inner = LM_NONE;
-    for (uint32_t v : facet.vertex)
-        if (v != u && v != w) {
-            inner = v;
-            break;
-        }
+    for (int k = 0; k < 3 && inner == LM_NONE; ++k)
+        if (facet.vertex[k] != u && facet.vertex[k] != w) inner = facet.vertex[k];
     // No third corner (a degenerate or stale facet), or a corner past the store.
     const uint32_t slots = mesh.vertices.count;
     if (inner == LM_NONE || inner >= slots || u >= slots || w >= slots) return false;
@@ -400,12 +396,11 @@ bool ZipBorderEdges(L_LUMOMESH& mesh, uint32_t kept, uint32_t moved)
     keep.facet[1] = gone.facet[0];
     gone.flags &= uint8_t(~LM_LIVE);
     --mesh.edgeCount;
-    for (uint32_t v : gone.vertex)
-        if (v < mesh.vertices.count && mesh.vertices.Peek(v)->edge == moved) mesh.vertices.At(v)->edge = kept;
-    if (LM_FACET* facet = Writable(mesh.facets, gone.facet[0])) {
-        for (uint32_t& e : facet->edge)
-            if (e == moved) e = kept;
+    for (int k = 0; k < 2; ++k) {
+        LM_VERTEX* end = Writable(mesh.vertices, gone.vertex[k]);
+        if (end && end->edge == moved) end->edge = kept;
     }
+    if (LM_FACET* facet = Writable(mesh.facets, gone.facet[0])) ReplaceSide(*facet, moved, kept);
     return true;
 }
 
@@ -420,8 +415,8 @@ bool LMeshDeleteFacets(L_LUMOMESH& mesh, const BaseList<uint32_t>& facets)
             continue;
         }
         facet->flags &= uint8_t(~LM_LIVE);
-        for (uint32_t e : facet->edge)
-            if (LM_EDGE* edge = Writable(mesh.edges, e)) UnlinkFacetFromEdge(*edge, f);
+        for (int k = 0; k < 3; ++k)
+            if (LM_EDGE* edge = Writable(mesh.edges, facet->edge[k])) UnlinkFacetFromEdge(*edge, f);
     }
     ReviveWhatLiveFacetsUse(mesh);
     RelinkVerticesToLiveEdges(mesh);
@@ -462,8 +457,8 @@ bool LMeshCollapseFacet(L_LUMOMESH& mesh, uint32_t facet)
     const LM_FACET copy = *record;  // the merge rewrites the store under us
     int borderSides = 0;
     uint32_t u = LM_NONE, w = LM_NONE;
-    for (uint32_t e : copy.edge) {
-        const LM_EDGE* edge = mesh.edges.Peek(e);
+    for (int k = 0; k < 3; ++k) {
+        const LM_EDGE* edge = mesh.edges.Peek(copy.edge[k]);
         if (!edge || edge->facet[1] != LM_NONE) continue;  // a stale side counts as inner
         ++borderSides;
         u = edge->vertex[0];

@@ -15,7 +15,8 @@ uint32_t EdgeBetween(const L_LUMOMESH& mesh, uint32_t a, uint32_t b)
 {
     for (uint32_t e = 0; e < mesh.edges.count; ++e) {
         const LM_EDGE& edge = *mesh.edges.Peek(e);
-        if (IsLive(edge.flags) && ((edge.vertex[0] == a && edge.vertex[1] == b) || (edge.vertex[0] == b && edge.vertex[1] == a)))
+        if (IsLive(edge.flags) &&
+            ((edge.vertex[0] == a && edge.vertex[1] == b) || (edge.vertex[0] == b && edge.vertex[1] == a)))
             return e;
     }
     return LM_NONE;
@@ -126,6 +127,20 @@ TEST(CollapseFacet, OneFreeSideKeepsItsEnds)
     EXPECT_FALSE(IsLive(mesh.vertices.Peek(6)->flags));
     EXPECT_FALSE(LMeshCollapseFacet(mesh, 2));  // now dead
     EXPECT_FALSE(LMeshCollapseFacet(mesh, mesh.facets.count));
+}
+
+TEST(CollapseFacet, WithoutFreeSideTheTieOfShortestSidesKeepsTheMiddleCorner)
+{
+    // Cube facet 0 is (0, 2, 1): the diagonal (0, 2) and two unit sides. With the sides
+    // equal, corner 1 (vertex 2) is kept and corner 2 (vertex 1) dropped.
+    L_LUMOMESH mesh = testmesh::MakeCube();
+    ASSERT_TRUE(LMeshCollapseFacet(mesh, 0));
+    testmesh::ExpectMeshConsistent(mesh);
+    EXPECT_FALSE(IsLive(mesh.vertices.Peek(1)->flags));
+    EXPECT_EQ(mesh.facetCount, 10u);
+    const LM_FACET& front = *mesh.facets.Peek(4);  // was (0, 1, 5)
+    EXPECT_EQ(std::vector<uint32_t>({front.vertex[0], front.vertex[1], front.vertex[2]}),
+              (std::vector<uint32_t>{0, 2, 5}));
 }
 
 TEST(MergeVertices, EndsOfAnInnerEdgeDeleteItsFacetsAndZipTheSides)

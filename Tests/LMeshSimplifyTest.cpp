@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -84,9 +85,11 @@ uint32_t FirstInnerCollapsible(const L_LUMOMESH& mesh)
         const LM_EDGE& edge = *mesh.edges.Peek(e);
         if (edge.facet[1] == LM_NONE || !closed(edge.vertex[0]) || !closed(edge.vertex[1])) continue;
         bool apexesClosed = true;
-        for (uint32_t f : edge.facet)
-            for (uint32_t v : mesh.facets.Peek(f)->vertex)
+        for (int side = 0; side < 2; ++side)
+            for (int k = 0; k < 3; ++k) {
+                const uint32_t v = mesh.facets.Peek(edge.facet[side])->vertex[k];
                 if (v != edge.vertex[0] && v != edge.vertex[1]) apexesClosed = apexesClosed && closed(v);
+            }
         if (apexesClosed) return e;
     }
     return LM_NONE;
@@ -151,7 +154,7 @@ TEST(Simplify, FlatGridCollapsesInIdOrderOntoFirstEndOrMidpoint)
     testmesh::ExpectMeshConsistent(midpoints);
     EXPECT_EQ(removed, 3 * (grid.vertexCount - midpoints.vertexCount));
     for (int c = 0; c < 3; ++c)
-        EXPECT_EQ(midpoints.vertices.Peek(edge.vertex[0])->position[c], (a.position[c] + b.position[c]) * 0.5f);
+        EXPECT_EQ(+midpoints.vertices.Peek(edge.vertex[0])->position[c], (a.position[c] + b.position[c]) * 0.5f);
 }
 
 TEST(Simplify, GatesThatNoTrialPassesLeaveTheMeshAlone)
@@ -189,11 +192,12 @@ TEST(Simplify, AcceptedCollapsesLeaveFreshNormals)
     for (uint32_t f = 0; f < mesh.facets.count; ++f) {
         const LM_FACET& facet = *mesh.facets.Peek(f);
         if (!IsLive(facet.flags)) continue;
-        float expected[3];
-        ComputeFacetNormal(mesh.vertices.Peek(facet.vertex[0])->position, mesh.vertices.Peek(facet.vertex[1])->position,
-                           mesh.vertices.Peek(facet.vertex[2])->position, expected);
+        float corners[3][3], expected[3];
+        for (int k = 0; k < 3; ++k)
+            std::memcpy(corners[k], mesh.vertices.Peek(facet.vertex[k])->position, sizeof corners[k]);
+        ComputeFacetNormal(corners[0], corners[1], corners[2], expected);
         // The trial's normal is worked in double, the reference in float.
-        for (int c = 0; c < 3; ++c) EXPECT_NEAR(facet.normal[c], expected[c], 1e-5) << "facet " << f;
+        for (int c = 0; c < 3; ++c) EXPECT_NEAR(+facet.normal[c], expected[c], 1e-5) << "facet " << f;
     }
 }
 
