@@ -91,7 +91,7 @@ bool Polyline::Reserve(uint32_t n)
 
 void Polyline::Release()
 {
-    l_memptr_free(points_);
+    if (points_) l_memptr_free(points_);
     points_ = nullptr;
     count_ = capacity_ = 0;
 }
@@ -357,8 +357,10 @@ bool AppendGreedyRuns(const L_POINT* points, uint32_t from, uint32_t to, double 
     for (uint32_t first = from; first < to;) {
         Run run{first, 0, L_ELEMENT()};
         run.last = FarthestFit(points, first, first + 1, to, tolerance, FitsLine, &run.element);
+        // An arc counts only if it reaches past the line; over fewer points its
+        // curvature may be lost in the tolerance, so the search starts there.
         L_ELEMENT arc;
-        const uint32_t arcLast = run.last < to ? FarthestFit(points, first, first + 2, to, tolerance, FitsArc, &arc) : 0;
+        const uint32_t arcLast = FarthestFit(points, first, run.last + 1, to, tolerance, FitsArc, &arc);
         if (arcLast > run.last) {
             run.last = arcLast;
             run.element = arc;
@@ -623,34 +625,39 @@ struct Piece {
     L_POINT ends[2];
 };
 
+struct Cell {
+    int64_t at[3];
+};
+
 // An element end in the grid: its cell, and piece * 2 + (0 start, 1 end).
 struct GridEnd {
-    int64_t cell[3];
+    Cell cell;
     uint32_t end;
 };
 
 bool CellBefore(const GridEnd& a, const GridEnd& b)
 {
     for (int k = 0; k < 3; ++k)
-        if (a.cell[k] != b.cell[k]) return a.cell[k] < b.cell[k];
+        if (a.cell.at[k] != b.cell.at[k]) return a.cell.at[k] < b.cell.at[k];
     return a.end < b.end;
 }
 
 class EndGrid {
 public:
-    // Cells are at least tolerance wide and at least 1e-12 of the largest
-    // coordinate, so cell numbers fit in 64 bits whatever the tolerance.
+    // Cells are eight tolerances wide, so that the box of points meeting an end
+    // mostly lies in one cell, and at least 1e-12 of the largest coordinate, so that
+    // cell numbers fit in 64 bits whatever the tolerance.
     EndGrid(const std::vector<Piece>& pieces, double tolerance) : pieces_(pieces), tolerance_(tolerance)
     {
         double largest = 0.0;
         for (const Piece& piece : pieces)
             for (const L_POINT& p : piece.ends)
                 largest = std::max({largest, std::fabs(p.x), std::fabs(p.y), std::fabs(p.z)});
-        cellSize_ = std::max(tolerance > 0.0 ? tolerance : 0.0, largest * 1e-12);
+        cellSize_ = std::max(tolerance > 0.0 ? 8.0 * tolerance : 0.0, largest * 1e-12);
         if (!(cellSize_ > 0.0)) cellSize_ = 1.0;
         ends_.reserve(pieces.size() * 2);
         for (uint32_t i = 0; i < pieces.size(); ++i)
-            for (uint32_t side = 0; side < 2; ++side) ends_.push_back(At(pieces[i].ends[side], 2 * i + side));
+            for (uint32_t side = 0; side < 2; ++side) ends_.push_back({CellOf(pieces[i].ends[side], 0.0), 2 * i + side});
         std::sort(ends_.begin(), ends_.end(), CellBefore);
     }
 
@@ -658,16 +665,17 @@ public:
     // kNoEnd when none does.
     uint32_t Meeting(const L_POINT& p, const std::vector<uint8_t>& used) const
     {
-        const GridEnd probe = At(p, 0);
+        const double reach = tolerance_ > 0.0 ? tolerance_ : 0.0;
+        const Cell low = CellOf(p, -reach), high = CellOf(p, reach);
         uint32_t best = kNoEnd;
         double bestDistance = 0.0;
-        for (int64_t dx = -1; dx <= 1; ++dx) {
-            for (int64_t dy = -1; dy <= 1; ++dy) {
+        for (int64_t x = low.at[0]; x <= high.at[0]; ++x) {
+            for (int64_t y = low.at[1]; y <= high.at[1]; ++y) {
                 // Cells differing in z alone are neighbours in the sorted order.
-                const GridEnd low = {{probe.cell[0] + dx, probe.cell[1] + dy, probe.cell[2] - 1}, 0};
-                const GridEnd high = {{probe.cell[0] + dx, probe.cell[1] + dy, probe.cell[2] + 1}, kNoEnd};
-                auto it = std::lower_bound(ends_.begin(), ends_.end(), low, CellBefore);
-                for (; it != ends_.end() && !CellBefore(high, *it); ++it) {
+                const GridEnd first = {{{x, y, low.at[2]}}, 0};
+                const GridEnd last = {{{x, y, high.at[2]}}, kNoEnd};
+                auto it = std::lower_bound(ends_.begin(), ends_.end(), first, CellBefore);
+                for (; it != ends_.end() && !CellBefore(last, *it); ++it) {
                     const uint32_t end = it->end;
                     if (used[end / 2]) continue;
                     const L_POINT& q = pieces_[end / 2].ends[end % 2];
@@ -689,11 +697,11 @@ private:
     double cellSize_ = 1.0;
     std::vector<GridEnd> ends_;
 
-    GridEnd At(const L_POINT& p, uint32_t end) const
+    // The cell of p moved by `shift` along every axis.
+    Cell CellOf(const L_POINT& p, double shift) const
     {
-        return {{int64_t(std::floor(p.x / cellSize_)), int64_t(std::floor(p.y / cellSize_)),
-                 int64_t(std::floor(p.z / cellSize_))},
-                end};
+        return {{int64_t(std::floor((p.x + shift) / cellSize_)), int64_t(std::floor((p.y + shift) / cellSize_)),
+                 int64_t(std::floor((p.z + shift) / cellSize_))}};
     }
 };
 

@@ -291,6 +291,26 @@ TEST(GeoChains, ShuffledReversedSegmentsChainIntoOrderedSets)
     EXPECT_EQ(create_connected_sets_of_elements(elements, 1e-3, nullptr), 1);
 }
 
+TEST(GeoChains, GrowsBackwardAndTakesTheLowestIndexAtABranch)
+{
+    // Three segments meet at the origin; the first seeds a chain that can only grow
+    // backward, where the second and third tie and the second wins.
+    List<L_ELEMENT> elements;
+    for (L_SEGM s : {L_SEGM{{0, 0, 0}, {1, 0, 0}}, L_SEGM{{-1, 0, 0}, {0, 0, 0}}, L_SEGM{{0, 0, 0}, {0, 1, 0}}}) {
+        L_ELEMENT element;
+        element.SetSegment(s);
+        elements.Append(element);
+    }
+    List<Connected_Set_Of_Elements> sets;
+    ASSERT_EQ(create_connected_sets_of_elements(elements, 1e-6, &sets), 0);
+    ASSERT_EQ(sets.Size(), 2u);
+    const List<L_ELEMENT>& first = sets.Get(1)->elements;
+    ASSERT_EQ(first.Size(), 2u);
+    EXPECT_EQ(Of(first.Get(1)->Segment().start), (std::vector<double>{-1, 0, 0}));
+    EXPECT_EQ(Of(first.Get(2)->Segment().end), (std::vector<double>{1, 0, 0}));
+    EXPECT_EQ(Of(sets.Get(2)->elements.Get(1)->Segment().end), (std::vector<double>{0, 1, 0}));
+}
+
 TEST(GeoChains, LongShuffledLoopChainsAsOneClosedSet)
 {
     // Quadratic matching would take minutes here.
