@@ -342,7 +342,8 @@ bool LMeshQueryEdgeBox(const L_LUMOMESH& mesh, const L_BOUNDSf& bounds, uint32_t
 // slots is left exactly as it is (box and groupCount included).
 void LMeshCompact(L_LUMOMESH& mesh);
 // Writes the compacted form of a native file to `target` without loading it. A source
-// without dead slots sets alreadyCompact and creates no target. `source` never changes.
+// without dead slots sets alreadyCompact and creates no target. `source` never changes;
+// one shorter than its header says, or a target that is the source itself, gives false.
 bool LMeshCompactToFile(const wchar_t* source, const wchar_t* target, bool& alreadyCompact);
 // The same from a mesh in memory; a mesh without dead slots is written as it is.
 bool LMeshCompactToFile(const L_LUMOMESH& mesh, const wchar_t* target);
@@ -377,8 +378,9 @@ bool LMeshGetValidGroups(const wchar_t* path, BaseList<uint32_t>* groups);
 // ---- ZPR export ----------------------------------------------------------------------
 
 // Writes live vertices and live facets (slot ids, three colour bytes from the low bytes
-// of colours[f]) as a binary ZPR file. Reverses, in the mesh, every facet whose stored
-// normal differs from its computed one. 0 written, -1 cannot open, -2 an empty store.
+// of colours[f], or 0 past the list's end) as a binary ZPR file. Reverses, in the mesh,
+// every facet whose stored normal differs from its computed one. 0 written, -1 cannot
+// open, -2 an empty store.
 short LMeshSaveToZPRFormat(L_LUMOMESH& mesh, const wchar_t* path, const BaseList<uint32_t>& colours);
 
 // ---- Local edits -----------------------------------------------------------------------
