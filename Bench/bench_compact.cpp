@@ -56,7 +56,8 @@ void BM_CompactToFile(benchmark::State& state)
     }
     LM_MESH_HEADER header;
     LMeshReadFileHeader(target.c_str(), &header);
-    const int64_t outputBytes = 56 + 17 * int64_t(header.vertexSlots + header.edgeSlots) + 41 * int64_t(header.facetSlots);
+    const int64_t outputBytes =
+        56 + 17 * (int64_t(header.vertexSlots) + header.edgeSlots) + 41 * int64_t(header.facetSlots);
     state.SetBytesProcessed(int64_t(state.iterations()) * outputBytes);
     std::remove(std::string(source.begin(), source.end()).c_str());
     std::remove(std::string(target.begin(), target.end()).c_str());

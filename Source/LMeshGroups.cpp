@@ -213,7 +213,8 @@ bool LMeshGetGroup(const wchar_t* path, uint32_t id, BaseList<uint32_t>* facets,
     if (!ReadMappedHeader(map, header) || FileBytesFor(header) > map.Size()) return false;
     if (clear) facets->Clear();
     if (id >= header.groupCount) return false;
-    const unsigned char* records = static_cast<const unsigned char*>(map.Base()) + FileBytesFor(header.vertexSlots, 0, 0);
+    const unsigned char* base = static_cast<const unsigned char*>(map.Base());
+    const unsigned char* records = base + FileBytesFor(header.vertexSlots, 0, 0);
     LM_FACET facet;
     for (uint32_t f = 0; f < header.facetSlots; ++f) {
         std::memcpy(&facet, records + size_t(f) * sizeof facet, sizeof facet);

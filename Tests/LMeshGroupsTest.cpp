@@ -96,12 +96,12 @@ TEST_F(Groups, FileFormsMatchMemoryFormsStepByStep)
          [&](const wchar_t* p) { return !LMeshAddToGroup(p, 3, more); }, 3},
         {"delete highest", [](L_LUMOMESH& m) { return LMeshDeleteGroup(m, 2); },
          [](const wchar_t* p) { return LMeshDeleteGroup(p, 2); }, 2},
-        {"set", [](L_LUMOMESH& m) { return LMeshSetGroup(m, 1); }, [](const wchar_t* p) { return LMeshSetGroup(p, 1); },
-         2},
+        {"set", [](L_LUMOMESH& m) { return LMeshSetGroup(m, 1); },
+         [](const wchar_t* p) { return LMeshSetGroup(p, 1); }, 2},
         {"delete none", [](L_LUMOMESH& m) { return LMeshDeleteGroup(m, 0); },
          [](const wchar_t* p) { return LMeshDeleteGroup(p, 0); }, 2},
-        {"set none", [](L_LUMOMESH& m) { return LMeshSetGroup(m, 0); }, [](const wchar_t* p) { return LMeshSetGroup(p, 0); },
-         1},
+        {"set none", [](L_LUMOMESH& m) { return LMeshSetGroup(m, 0); },
+         [](const wchar_t* p) { return LMeshSetGroup(p, 0); }, 1},
     };
     for (const Step& step : steps) {
         SCOPED_TRACE(step.name);
