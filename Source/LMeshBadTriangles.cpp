@@ -451,7 +451,7 @@ struct ShapeFactorCollapse {
         const LM_EDGE& edge = *mesh.edges.Peek(side);
         const uint32_t g0 = edge.facet[0], g1 = edge.facet[1];
         if (g0 == LM_NONE || g1 == LM_NONE || g0 >= noted.size() || g1 >= noted.size()) return;
-        if (f != g0 && f != g1) return;  // the side does not name the facet back: broken links
+        if (g0 == g1 || (f != g0 && f != g1)) return;  // the side's links are broken
         if (!IsUsable(g0) || !IsUsable(g1)) return;
         if (!TryMove(first, second, side, g0, g1)) TryMove(second, first, side, g0, g1);
     }
