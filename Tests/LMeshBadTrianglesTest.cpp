@@ -95,13 +95,6 @@ TEST(CapTriangles, UncollapsibleCapAtAThreeFanBecomesOneFacet)
     ExpectVertexLinksLive(mesh);
 }
 
-TEST(CapTriangles, NoCapNoChange)
-{
-    L_LUMOMESH mesh = testmesh::MakeCube();
-    EXPECT_EQ(LMeshRemoveCapTriangles(mesh, CleanupTolerances()), 0u);
-    EXPECT_EQ(mesh.facetCount, 12u);
-}
-
 TEST(ShapeFactorRange, SliverInAGridIsCollapsedAndTheSeamZipped)
 {
     L_LUMOMESH mesh = GridWithSliver(2.9f);
