@@ -79,37 +79,20 @@ struct WeldRecord {
     uint32_t facet;  // facet[0] of the edge: two edges of one facet never weld
 };
 
-// Edges with an end past the vertex store are no candidates: their positions are unknown.
-void TryCandidate(const L_LUMOMESH& mesh, uint32_t e, short mode, std::vector<WeldRecord>& records)
+// The record of edge e, or false when e is no candidate. Edges with an end past the
+// vertex store are none either: their positions are unknown.
+bool MakeRecord(const L_LUMOMESH& mesh, uint32_t e, short mode, WeldRecord& record)
 {
     const LM_EDGE* edge = mesh.edges.Peek(e);
-    if (!edge || !HasLiveFlag(edge->flags) || (mode != 0 && edge->facet[1] != LM_NONE)) return;
+    if (!edge || !HasLiveFlag(edge->flags) || (mode != 0 && edge->facet[1] != LM_NONE)) return false;
     const uint32_t v0 = edge->vertex[0], v1 = edge->vertex[1];
-    if (v0 >= mesh.vertices.count || v1 >= mesh.vertices.count) return;
-    WeldRecord record{{PositionOf(mesh, v0), PositionOf(mesh, v1)}, {v0, v1}, e, edge->facet[0]};
+    if (v0 >= mesh.vertices.count || v1 >= mesh.vertices.count) return false;
+    record = WeldRecord{{PositionOf(mesh, v0), PositionOf(mesh, v1)}, {v0, v1}, e, edge->facet[0]};
     if (Precedes(record.end[1], record.end[0])) {
         std::swap(record.end[0], record.end[1]);
         std::swap(record.vertex[0], record.vertex[1]);
     }
-    records.push_back(record);
-}
-
-// Every edge slot, or the three edges of each listed facet in list order (so an edge
-// may come twice). Listed ids past the facet store are skipped.
-std::vector<WeldRecord> CollectCandidates(const L_LUMOMESH& mesh, const BaseList<uint32_t>* facets, short mode)
-{
-    std::vector<WeldRecord> records;
-    records.reserve(facets ? 3 * size_t(facets->count) : mesh.edges.count);
-    if (!facets) {
-        for (uint32_t e = 0; e < mesh.edges.count; ++e) TryCandidate(mesh, e, mode, records);
-        return records;
-    }
-    for (uint32_t listed = 0; listed < facets->count; ++listed) {
-        const LM_FACET* facet = mesh.facets.Peek(*facets->Peek(listed));
-        if (!facet) continue;
-        for (int k = 0; k < 3; ++k) TryCandidate(mesh, facet->edge[k], mode, records);
-    }
-    return records;
+    return true;
 }
 
 // Float bits mapped to unsigned order: -0 sorts with +0 and every NaN after +infinity,
@@ -123,25 +106,54 @@ uint32_t OrderKey(float value)
     return (bits & 0x80000000u) ? ~bits : bits | 0x80000000u;
 }
 
-void SortRecords(std::vector<WeldRecord>& records)
+// A candidate as the sort sees it: compact, so that sorting is fast, and the records
+// (the largest working store of the call) need not exist twice.
+struct SortKey {
+    uint32_t coordinate[6];
+    uint32_t collected;  // place in collection order, which breaks ties
+    uint32_t edge;
+};
+
+void TryCandidate(const L_LUMOMESH& mesh, uint32_t e, short mode, std::vector<SortKey>& keys)
 {
-    struct Key {
-        uint32_t coordinate[6];
-        uint32_t collected;
-    };
-    std::vector<Key> keys(records.size());
-    for (uint32_t r = 0; r < records.size(); ++r) {
-        for (int k = 0; k < 6; ++k) keys[r].coordinate[k] = OrderKey(records[r].end[k / 3].at[k % 3]);
-        keys[r].collected = r;
+    WeldRecord record;
+    if (!MakeRecord(mesh, e, mode, record)) return;
+    SortKey key;
+    for (int k = 0; k < 6; ++k) key.coordinate[k] = OrderKey(record.end[k / 3].at[k % 3]);
+    key.collected = uint32_t(keys.size());
+    key.edge = e;
+    keys.push_back(key);
+}
+
+// Every edge slot, or the three edges of each listed facet in list order (so an edge
+// may come twice). Listed ids past the facet store are skipped.
+std::vector<SortKey> CollectCandidates(const L_LUMOMESH& mesh, const BaseList<uint32_t>* facets, short mode)
+{
+    std::vector<SortKey> keys;
+    keys.reserve(facets ? 3 * size_t(facets->count) : mesh.edges.count);
+    if (!facets) {
+        for (uint32_t e = 0; e < mesh.edges.count; ++e) TryCandidate(mesh, e, mode, keys);
+        return keys;
     }
-    std::sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) {
+    for (uint32_t listed = 0; listed < facets->count; ++listed) {
+        const LM_FACET* facet = mesh.facets.Peek(*facets->Peek(listed));
+        if (!facet) continue;
+        for (int k = 0; k < 3; ++k) TryCandidate(mesh, facet->edge[k], mode, keys);
+    }
+    return keys;
+}
+
+// The records by their six coordinates, then in collection order.
+std::vector<WeldRecord> SortedRecords(const L_LUMOMESH& mesh, std::vector<SortKey>& keys, short mode)
+{
+    std::sort(keys.begin(), keys.end(), [](const SortKey& a, const SortKey& b) {
         for (int k = 0; k < 6; ++k)
             if (a.coordinate[k] != b.coordinate[k]) return a.coordinate[k] < b.coordinate[k];
         return a.collected < b.collected;
     });
-    std::vector<WeldRecord> sorted(records.size());
-    for (uint32_t r = 0; r < records.size(); ++r) sorted[r] = records[keys[r].collected];
-    records.swap(sorted);
+    std::vector<WeldRecord> records(keys.size());
+    for (uint32_t r = 0; r < keys.size(); ++r) MakeRecord(mesh, keys[r].edge, mode, records[r]);
+    return records;
 }
 
 // Live flags and forwarding ids of one store's slots. Resolving halves the chain it
@@ -643,15 +655,16 @@ void WriteBack(L_LUMOMESH& mesh, Forwarding& vertices, Forwarding& edges)
 bool LMeshOptimizeEdges(L_LUMOMESH& mesh, float tolerance, const BaseList<uint32_t>* facets, uint32_t* candidates,
                         uint32_t* unmatched, short mode)
 {
-    std::vector<WeldRecord> records = CollectCandidates(mesh, facets, mode);
-    const uint32_t count = uint32_t(records.size());
+    std::vector<SortKey> keys = CollectCandidates(mesh, facets, mode);
+    const uint32_t count = uint32_t(keys.size());
     if (candidates) *candidates = count;
     if (unmatched) *unmatched = count;
     // Below 0 every difference that is a number exceeds the tolerance, so a record could
     // only match one with a NaN difference, which fails the match test or the size test;
     // a NaN tolerance fails the match test itself. Nothing can weld.
     if (count == 0 || !(tolerance >= 0.0f)) return false;
-    SortRecords(records);
+    const std::vector<WeldRecord> records = SortedRecords(mesh, keys, mode);
+    std::vector<SortKey>().swap(keys);
     WeldScan scan(mesh, tolerance, records);
     const uint32_t merges = scan.Run();
     if (merges == 0) return false;

@@ -1,5 +1,4 @@
 #include <cmath>
-#include <cstring>
 #include <fstream>
 #include <random>
 #include <string>
@@ -125,19 +124,27 @@ bool ReferenceWeld(L_LUMOMESH& mesh, float tol, const BaseList<uint32_t>* list, 
     return true;
 }
 
+template <class Record>
+void AppendRecords(std::string& bytes, const BaseList<Record>& store)
+{
+    for (uint32_t r = 0; r < store.count; ++r)
+        bytes.append(reinterpret_cast<const char*>(store.Peek(r)), sizeof(Record));
+}
+
 std::string MeshBytes(const L_LUMOMESH& mesh)
 {
     const LM_MESH_HEADER header = LMeshGetHeader(mesh);
     std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
-    for (uint32_t v = 0; v < mesh.vertices.count; ++v) bytes.append(reinterpret_cast<const char*>(mesh.vertices.Peek(v)), 17);
-    for (uint32_t e = 0; e < mesh.edges.count; ++e) bytes.append(reinterpret_cast<const char*>(mesh.edges.Peek(e)), 17);
-    for (uint32_t f = 0; f < mesh.facets.count; ++f) bytes.append(reinterpret_cast<const char*>(mesh.facets.Peek(f)), 41);
+    AppendRecords(bytes, mesh.vertices);
+    AppendRecords(bytes, mesh.edges);
+    AppendRecords(bytes, mesh.facets);
     return bytes;
 }
 
 // Both welders on copies of the mesh: same result, same outputs, same bytes. Returns
 // the number of merges, so that callers can see their case welds something.
-uint32_t ExpectSameAsReference(const L_LUMOMESH& mesh, float tol, short mode, const BaseList<uint32_t>* list = nullptr)
+uint32_t ExpectSameAsReference(const L_LUMOMESH& mesh, float tol, short mode,
+                               const BaseList<uint32_t>* list = nullptr)
 {
     L_LUMOMESH fast(mesh), slow(mesh);
     uint32_t fastOut[2] = {7, 7}, slowOut[2] = {9, 9};
@@ -153,7 +160,8 @@ uint32_t ExpectSameAsReference(const L_LUMOMESH& mesh, float tol, short mode, co
 L_LUMOMESH Soup(const std::vector<float>& corners)
 {
     L_LUMOMESH mesh;
-    for (size_t t = 0; t + 9 <= corners.size(); t += 9) LMeshAddTriangle(mesh, &corners[t], &corners[t + 3], &corners[t + 6], 0);
+    for (size_t t = 0; t + 9 <= corners.size(); t += 9)
+        LMeshAddTriangle(mesh, &corners[t], &corners[t + 3], &corners[t + 6], 0);
     return mesh;
 }
 
@@ -244,14 +252,15 @@ TEST(OptimizeEdges, MatchesReferenceOnRealFilesAsSoup)
 {
     const std::string folder = "../shared/data/meshes/";
     if (!std::ifstream(folder + "MANIFEST.md")) GTEST_SKIP() << "mesh corpus not found in " << folder;
-    for (const char* name : {"featuretype_cracks_binary.stl", "arm_link_header_solid_binary.stl", "four_solids_ascii.stl"}) {
+    for (const char* name :
+         {"featuretype_cracks_binary.stl", "arm_link_header_solid_binary.stl", "four_solids_ascii.stl"}) {
         const std::string path = folder + name;
         L_LUMOMESH loaded;
         ASSERT_TRUE(LMeshLoadFromSTL(std::wstring(path.begin(), path.end()).c_str(), 0.0f, &loaded)) << name;
         std::vector<float> corners;
         for (uint32_t f = 0; f < loaded.facets.count; ++f)
             for (int c = 0; c < 9; ++c)
-                corners.push_back(loaded.vertices.Peek(loaded.facets.Peek(f)->vertex[c / 3])->position[c % 3]);
+                corners.push_back(+loaded.vertices.Peek(loaded.facets.Peek(f)->vertex[c / 3])->position[c % 3]);
         EXPECT_GT(ExpectSameAsReference(Soup(corners), 1e-4f, 0), 0u) << name;
         EXPECT_GT(ExpectSameAsReference(loaded, 1e-4f, 1), 0u) << name;
         ExpectSameAsReference(loaded, 0.05f, 0);
@@ -281,7 +290,8 @@ TEST(OptimizeEdges, WeldsTwoTrianglesSharingASide)
     // At tolerance 0 nothing moves: exact twins only.
     const L_LUMOMESH before = SquareHalves(0.0f);
     for (uint32_t v = 0; v < 6; ++v)
-        for (int k = 0; k < 3; ++k) EXPECT_EQ(+mesh.vertices.Peek(v)->position[k], +before.vertices.Peek(v)->position[k]);
+        for (int k = 0; k < 3; ++k)
+            EXPECT_EQ(+mesh.vertices.Peek(v)->position[k], +before.vertices.Peek(v)->position[k]);
     L_LUMOMESH apart = SquareHalves(1e-6f);
     EXPECT_FALSE(LMeshOptimizeEdges(apart, 0.0f, nullptr, nullptr, nullptr, 1));
 }
