@@ -352,6 +352,7 @@ private:
 // the tolerance, in float either, as rounding is monotone and the tolerance a float.
 bool StaysWithin(double ref, double low, double high, double drift, double tolerance)
 {
+    if (std::isinf(tolerance)) return true;  // no difference exceeds it
     // The margin covers the rounding of these double sums and lies far below a float step.
     const double margin = 1e-14 * (std::fabs(ref) + tolerance + drift + std::fmax(std::fabs(low), std::fabs(high)));
     return low - drift >= ref - tolerance + margin && high + drift <= ref + tolerance - margin;
