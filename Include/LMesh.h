@@ -463,3 +463,7 @@ uint32_t LMeshRemoveCapTriangles(L_LUMOMESH& mesh, const LM_TOLERANCES& toleranc
 // neighbouring facet turns by more than the angle limit (radians) and the moved end has
 // no border edge. True if anything was collapsed.
 bool LMeshRemoveFacetsByShapeFactorRange(L_LUMOMESH& mesh, float min, float max, float angle);
+
+// ---- Connected edges and their classification ------------------------------------------
+
+// ---- Plane section ---------------------------------------------------------------------
