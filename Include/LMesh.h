@@ -467,3 +467,13 @@ bool LMeshRemoveFacetsByShapeFactorRange(L_LUMOMESH& mesh, float min, float max,
 // ---- Connected edges and their classification ------------------------------------------
 
 // ---- Plane section ---------------------------------------------------------------------
+
+// Cuts every facet record (dead ones too) by the plane, standing as a triangle 3.75
+// times the stored box's largest extent about the box's middle (so refresh a stale
+// box first). Appends one line per crossed facet in id order, dropping pieces no longer
+// than 1000 times zefatoll.length, and the id of every crossed facet to `facets` (if
+// not null), dropped pieces included. With chain non-zero, the lines are joined within
+// tolerance and each chain reduced to lines and arcs within tolerance (the raw lines
+// stay if joining fails). False when the list ends up empty, or the normal is zero.
+bool LMeshPlaneSection(const L_LUMOMESH& mesh, const L_PLANE& plane, List<L_ELEMENT>& elements, short chain,
+                       double tolerance, BaseList<uint32_t>* facets);
