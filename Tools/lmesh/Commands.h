@@ -13,3 +13,4 @@ int RunGroups(const std::vector<std::string>& args);
 int RunWeld(const std::vector<std::string>& args);
 int RunSimplify(const std::vector<std::string>& args);
 int RunCleanDegenerate(const std::vector<std::string>& args);
+int RunSection(const std::vector<std::string>& args);

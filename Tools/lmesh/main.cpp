@@ -23,6 +23,7 @@ const Subcommand kSubcommands[] = {
     {"weld", "join edges that lie on each other and merge their ends", RunWeld},
     {"simplify", "collapse edges where the surface stays within tolerances", RunSimplify},
     {"clean-degenerate", "delete zero-area, duplicate and looping facets", RunCleanDegenerate},
+    {"section", "cut by a plane and print the section as lines and arcs", RunSection},
 };
 
 void PrintUsage(FILE* out)
