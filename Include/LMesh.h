@@ -474,6 +474,6 @@ bool LMeshRemoveFacetsByShapeFactorRange(L_LUMOMESH& mesh, float min, float max,
 // than 1000 times zefatoll.length, and the id of every crossed facet to `facets` (if
 // not null), dropped pieces included. With chain non-zero, the lines are joined within
 // tolerance and each chain reduced to lines and arcs within tolerance (the raw lines
-// stay if joining fails). False when the list ends up empty, or the normal is zero.
+// stay if joining fails). False when the list is empty after the cut, or for a zero normal.
 bool LMeshPlaneSection(const L_LUMOMESH& mesh, const L_PLANE& plane, List<L_ELEMENT>& elements, short chain,
                        double tolerance, BaseList<uint32_t>* facets);
