@@ -466,6 +466,56 @@ bool LMeshRemoveFacetsByShapeFactorRange(L_LUMOMESH& mesh, float min, float max,
 
 // ---- Connected edges and their classification ------------------------------------------
 
+// Grows a chain from the seed: every edge reachable through neighbouring edges whose
+// mean curvature differs from the seed's by strictly less than tolerance, appended
+// breadth-first after what `edges` held (the walk also expands those entries). Sorted
+// by LMeshSortEdges when asked. 0 done, -1 for an LM_NONE seed, -2 when a listed edge
+// has no neighbours (the chain stays as far as it got).
+short LMeshGetConnectedEdges(const L_LUMOMESH& mesh, uint32_t seed, float tolerance, BaseList<uint32_t>& edges,
+                             bool sort, BaseList<uint32_t>* vertices);
+// Reorders the list into a walk: first the first edge with an end no other listed edge
+// touches (for a closed loop the first edge stays), then at each step the lowest
+// remaining position continuing from the current vertex. Unreached edges follow in
+// their own order; ids past the store touch nothing. The walk's vertices are appended
+// to `vertices` if given (a loop of n edges gives n + 1, the last equal to the first).
+void LMeshSortEdges(const L_LUMOMESH& mesh, BaseList<uint32_t>& edges, BaseList<uint32_t>* vertices);
+// Appends every chain of live edges whose mean curvature lies strictly within tolerance
+// of value, or of free edges when value is -1 (within tolerance), cut into simple paths
+// and sorted, with one vertex chain per edge chain.
+void LMeshGetConnectedEdgesBatch(L_LUMOMESH& mesh, float value, float tolerance,
+                                 BaseList<BaseList<uint32_t>>& edgeChains,
+                                 BaseList<BaseList<uint32_t>>& vertexChains);
+// Joins open chains (as the batch delivers them) whose end vertices lie within tolerance
+// of each other in every coordinate: each chain in turn grows at its end, then at its
+// start, by the first open chain meeting there, reversed where needed; where the two
+// end vertices differ, the growing chain's vertex stands for both, so a chain of n
+// edges keeps n + 1 vertices. The lists are replaced by the joined chains, in order of
+// their first chain. Cost: quadratic in the number of chains.
+void LMeshConnectConnectedEdgesBatch(L_LUMOMESH mesh, BaseList<BaseList<uint32_t>>& edgeChains,
+                                     BaseList<BaseList<uint32_t>>& vertexChains, float tolerance);
+
+// Cuts a chain at corners (turns above 45 degrees) and where the turn angle departs by
+// tolerances.turnAngle from the piece's first turn, and reduces each piece to a line,
+// arc or circle where one follows it; other pieces go to remainingPaths. `edges` is
+// sorted in place. True if `elements` holds an element. With filterLongEdges, edges
+// longer than the chain's typical length cut too; widenSimplification lets the
+// reduction tolerance grow to 100 times coordinateTolerance.
+bool LMeshClassifyConnectedEdgesToElements(const L_LUMOMESH& mesh, BaseList<uint32_t>& edges,
+                                           BaseList<L_ELEMENT>& elements,
+                                           BaseList<BaseList<uint32_t>>& remainingPaths,
+                                           const LM_TOLERANCES& tolerances, bool filterLongEdges,
+                                           bool widenSimplification);
+// Fits the sorted chain as one arc (open) or circle (closed) by iterated centre
+// averaging. With withErrors, writes the mean running-vector deviations of the points
+// and of the chord midpoints from the circle. False for no fit.
+bool LMeshClassifyConnectedEdgesToCircleArc(const L_LUMOMESH& mesh, BaseList<uint32_t>& edges,
+                                            L_ELEMENT& element, bool withErrors, double* pointError,
+                                            double* midpointError, bool requireCoplanar);
+// Splits an edge set into simple paths, breaking at vertices of three or more edges;
+// `paths` is emptied first. A set with no branch becomes one path, in its own order.
+bool LMeshClassifyConnectedEdgesToPaths(const L_LUMOMESH& mesh, const BaseList<uint32_t>& edges,
+                                        BaseList<BaseList<uint32_t>>& paths);
+
 // ---- Plane section ---------------------------------------------------------------------
 
 // Cuts every facet record (dead ones too) by the plane, standing as a triangle 3.75
