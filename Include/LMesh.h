@@ -513,6 +513,7 @@ bool LMeshClassifyConnectedEdgesToCircleArc(const L_LUMOMESH& mesh, BaseList<uin
                                             double* midpointError, bool requireCoplanar);
 // Splits an edge set into simple paths, breaking at vertices of three or more edges;
 // `paths` is emptied first. A set with no branch becomes one path, in its own order.
+// True when any path was made (false for an empty set or when memory runs out).
 bool LMeshClassifyConnectedEdgesToPaths(const L_LUMOMESH& mesh, const BaseList<uint32_t>& edges,
                                         BaseList<BaseList<uint32_t>>& paths);
 

@@ -17,6 +17,7 @@
 namespace {
 
 constexpr double kRadiansPerDegree = 0.0174532925199433;
+constexpr double kPi = 3.14159265358979323846;
 constexpr double kZeroVectorLength = 1e-11;
 constexpr double kCornerAngle = 45.0;
 constexpr double kUnreachableSmoothAngle = 225.0;  // kept as tuned; a turn never exceeds 180
@@ -262,7 +263,7 @@ bool FitCircleArc(const Polyline& polyline, bool requireCoplanar, const FitError
     short closed = 0;
     polyline.Is_Closed(&closed);
     if (closed) {
-        if (polyline.Length() <= circle.radius * M_PI) return false;  // less than half a turn
+        if (polyline.Length() <= circle.radius * kPi) return false;  // less than half a turn
         element.TypeSet(L_ELEMENT_CIRCLE);
         element.SetCircle(circle);
     } else {
@@ -280,10 +281,13 @@ bool SimplifyPiece(const Polyline& polyline, const LM_TOLERANCES& tolerances, bo
 {
     const float first = tolerances.coordinateTolerance;
     const float limit = widen ? first * kWideningFactor : first;
-    for (float t = first; t <= limit; t *= kToleranceStep) {
+    for (float t = first; t <= limit;) {
         short status = L_SIMPLIFY_NO_FIT;
         polyline.Simplify(t, &element, &status);
         if (status == L_SIMPLIFY_DONE) return true;
+        const float next = t * kToleranceStep;
+        if (!(next > t)) return false;  // a tolerance of 0 or below would never grow past the limit
+        t = next;
     }
     return false;
 }

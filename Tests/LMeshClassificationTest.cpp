@@ -77,12 +77,12 @@ struct Classified {
     uint32_t paths;
 };
 
-Classified Classify(const L_LUMOMESH& mesh)
+Classified Classify(const L_LUMOMESH& mesh, const LM_TOLERANCES& tolerances = Tolerances())
 {
     BaseList<uint32_t> edges = AllEdges(mesh);
     BaseList<L_ELEMENT> elements;
     BaseList<BaseList<uint32_t>> paths;
-    Classified out{LMeshClassifyConnectedEdgesToElements(mesh, edges, elements, paths, Tolerances(), false, false),
+    Classified out{LMeshClassifyConnectedEdgesToElements(mesh, edges, elements, paths, tolerances, false, false),
                    {},
                    paths.count};
     for (uint32_t i = 0; i < elements.count; ++i) out.types.push_back(elements.Peek(i)->TypeGet());
@@ -109,6 +109,11 @@ TEST(LMeshClassifyConnectedEdgesToElements, CutsAtCornersAndAtChangesOfTurn)
 
     const Classified circle = Classify(ChainMesh(OnCircle(12, 5.0, 360.0), true));
     EXPECT_EQ(circle.types, std::vector<short>{L_ELEMENT_CIRCLE});
+
+    // A zero coordinate tolerance tries the reduction once instead of looping for ever.
+    LM_TOLERANCES exact = Tolerances();
+    exact.coordinateTolerance = 0.0f;
+    EXPECT_EQ(Classify(ChainMesh(Turning({50, 50}, 2.0), false), exact).types.size(), 3u);
 }
 
 // The running vector of deviations from the radius, never reset, as the fit sums it.
