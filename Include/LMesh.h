@@ -481,7 +481,8 @@ short LMeshGetConnectedEdges(const L_LUMOMESH& mesh, uint32_t seed, float tolera
 void LMeshSortEdges(const L_LUMOMESH& mesh, BaseList<uint32_t>& edges, BaseList<uint32_t>* vertices);
 // Appends every chain of live edges whose mean curvature lies strictly within tolerance
 // of value, or of free edges when value is -1 (within tolerance), cut into simple paths
-// and sorted, with one vertex chain per edge chain.
+// and sorted, with one vertex chain per edge chain (a path with no readable edge, and
+// so fewer than two vertices, is dropped).
 void LMeshGetConnectedEdgesBatch(L_LUMOMESH& mesh, float value, float tolerance,
                                  BaseList<BaseList<uint32_t>>& edgeChains,
                                  BaseList<BaseList<uint32_t>>& vertexChains);
@@ -497,9 +498,11 @@ void LMeshConnectConnectedEdgesBatch(L_LUMOMESH mesh, BaseList<BaseList<uint32_t
 // Cuts a chain at corners (turns above 45 degrees) and where the turn angle departs by
 // tolerances.turnAngle from the piece's first turn, and reduces each piece to a line,
 // arc or circle where one follows it; other pieces go to remainingPaths. `edges` is
-// sorted in place. True if `elements` holds an element. With filterLongEdges, edges
-// longer than the chain's typical length cut too; widenSimplification lets the
-// reduction tolerance grow to 100 times coordinateTolerance.
+// sorted in place; a single edge becomes a line stored as elements[0]. With
+// filterLongEdges, edges longer than the chain's typical length cut too;
+// widenSimplification lets the reduction tolerance grow to 100 times
+// coordinateTolerance. True if `elements` holds an element; false also when memory
+// runs out (elements found until then stay).
 bool LMeshClassifyConnectedEdgesToElements(const L_LUMOMESH& mesh, BaseList<uint32_t>& edges,
                                            BaseList<L_ELEMENT>& elements,
                                            BaseList<BaseList<uint32_t>>& remainingPaths,

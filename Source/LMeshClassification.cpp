@@ -416,7 +416,7 @@ bool LMeshClassifyConnectedEdgesToElements(const L_LUMOMESH& mesh, BaseList<uint
         BaseList<uint32_t> piece(16, 128);
         for (uint32_t i = 0; i < edges.count; ++i)
             if (labels[i] == number) AppendId(piece, *edges.Peek(i));
-        if (!ClassifyPiece(mesh, piece, elements, remainingPaths, tolerances, widenSimplification)) break;
+        if (!ClassifyPiece(mesh, piece, elements, remainingPaths, tolerances, widenSimplification)) return false;
     }
     return elements.count > 0;
 }
