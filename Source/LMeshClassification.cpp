@@ -333,8 +333,9 @@ EdgesByVertex CollectEdgesByVertex(const L_LUMOMESH& mesh, const BaseList<uint32
         const uint32_t e = *edges.Peek(i);
         const LM_EDGE* edge = mesh.edges.Peek(e);
         if (!edge) continue;
-        byVertex[edge->vertex[0]].push_back(e);
-        byVertex[edge->vertex[1]].push_back(e);
+        const uint32_t start = edge->vertex[0], end = edge->vertex[1];  // packed: read by value
+        byVertex[start].push_back(e);
+        byVertex[end].push_back(e);
     }
     return byVertex;
 }
