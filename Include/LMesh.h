@@ -531,3 +531,54 @@ bool LMeshClassifyConnectedEdgesToPaths(const L_LUMOMESH& mesh, const BaseList<u
 // stay if joining fails). False when the list is empty after the cut, or for a zero normal.
 bool LMeshPlaneSection(const L_LUMOMESH& mesh, const L_PLANE& plane, List<L_ELEMENT>& elements, short chain,
                        double tolerance, BaseList<uint32_t>* facets);
+
+// ---- Hole filling ----------------------------------------------------------------------
+
+// Closes the boundary loop through `edge` (found among edges whose mean curvature stays
+// within angleTolerance of the edge's own) with tessellated facets of group 0, added to
+// the mesh or, with `separate`, to *target; then welds the target within weldTolerance.
+// Returns the facets added, or -1 (no loop through the edge, fewer than 3 corners, a
+// null target with `separate`).
+int32_t LMeshFillHole(L_LUMOMESH& mesh, uint32_t edge, float angleTolerance, float weldTolerance, bool separate,
+                      L_LUMOMESH* target);
+// Fills every chain of LMeshGetConnectedEdgesBatch(curvature, curvatureTolerance), so
+// -1 with a small tolerance fills all boundary loops; keepLongest leaves the chain of
+// most vertices open. Welds the target when anything was filled. Returns the loops
+// filled, or -1 for a null target with `separate`.
+int32_t LMeshFillHolesInBatch(L_LUMOMESH& mesh, float curvature, float curvatureTolerance, float weldTolerance,
+                              bool keepLongest, bool separate, L_LUMOMESH* target);
+
+// ---- Imprint and cut -------------------------------------------------------------------
+
+// Splits every facet the plane crosses into triangles that end on it, then rebuilds the
+// mesh from its facets (merging within 0.001), so the section runs along mesh edges.
+// The tolerance compares with the unnormalised plane function (33.75 L^2 per unit of
+// length, L the stored box's largest extent). The path is not read. 0, or -2 if the
+// rebuild failed.
+short LMeshImprintPlane(L_LUMOMESH& mesh, L_PLANE& plane, const wchar_t* path, float splitTolerance);
+// Imprints the plane, leaving the imprinted mesh in `mesh`, and divides it: `first`
+// keeps the facets strictly on the negative side, `second` those strictly on the
+// positive side (facets in the plane go to neither); each half's edges are welded
+// within edgeTolerance and its box recomputed. 0, or -2 if the rebuild failed.
+short LMeshCutByPlane(L_LUMOMESH& mesh, L_PLANE& plane, L_LUMOMESH& first, L_LUMOMESH& second, const wchar_t* path,
+                      float edgeTolerance, float splitTolerance);
+
+// ---- Patches and components ------------------------------------------------------------
+
+// Whether a flood fill may cross from one facet to its neighbour.
+typedef bool (*LM_FACET_FILTER)(const L_LUMOMESH& mesh, uint32_t fromFacet, uint32_t toFacet, const void* data);
+
+bool LMeshFindNeighborFacets(const L_LUMOMESH& mesh, uint32_t seed, LM_FACET_FILTER filter, const void* data,
+                             BaseList<uint32_t>* facets, bool depthFirst);
+bool LMeshFindFacetsByAngularDeviation(const L_LUMOMESH& mesh, uint32_t seed, float limit,
+                                       BaseList<uint32_t>* facets);
+bool LMeshHasBoundaryEdges(const L_LUMOMESH& mesh);
+bool LMeshFindBorderFacets(const L_LUMOMESH& mesh, BaseList<uint32_t>* facets);
+void LMeshConstructFacetHashTable(const L_LUMOMESH& mesh, uint32_t tableSize, BaseList<BaseList<uint32_t>>& table);
+void LMeshGetBoundaryEdgesOfAPatch(const L_LUMOMESH& mesh, const uint32_t* groupId, const BaseList<uint32_t>* facets,
+                                   BaseList<BaseList<uint32_t>>& edgeChains,
+                                   BaseList<BaseList<uint32_t>>& vertexChains,
+                                   const BaseList<BaseList<uint32_t>>* table);
+void LMeshGetBoundaryFacetsOfAPatch(const L_LUMOMESH& mesh, uint32_t groupId, BaseList<uint32_t>& facets,
+                                    const BaseList<BaseList<uint32_t>>& table);
+bool LMeshSplitIntoConnectedMeshes(const L_LUMOMESH& mesh, BaseList<L_LUMOMESH>& meshes);

@@ -6,25 +6,20 @@
 // the plane at a corner or along an edge gives whatever that test gives. Most facets
 // of a large mesh lie wholly on one side of the plane: a cheap signed-distance test
 // with a margin wider than its rounding error keeps the exact test off them.
-#include "LMesh.h"
+#include "LMeshPlane.h"
 
 #include <algorithm>
 #include <cmath>
 
 namespace {
 
-struct PlaneTriangle {
-    L_POINT p1, p2, p3;
-};
-
 L_POINT Offset(const L_POINT& p, const L_VECTOR& a, double sa, const L_VECTOR& b, double sb)
 {
     return {p.x + sa * a.x + sb * b.x, p.y + sa * a.y + sb * b.y, p.z + sa * a.z + sb * b.z};
 }
 
-// A triangle in the plane about the middle of the stored box, 3.75 times the box's
-// largest extent to each side, so it covers every crossing while the box is right.
-// False for a normal that cannot be normalised: such a plane has no side.
+}  // namespace
+
 bool BuildPlaneTriangle(const float bboxMin[3], const float bboxMax[3], const L_PLANE& plane,
                         PlaneTriangle& triangle)
 {
@@ -44,6 +39,8 @@ bool BuildPlaneTriangle(const float bboxMin[3], const float bboxMax[3], const L_
     triangle.p3 = Offset(c, a, 0.0, b, s);
     return true;
 }
+
+namespace {
 
 // Which side of the plane triangle's own plane a point lies on: +1 or -1 when the
 // rounded volume clears a bound on its error many times over, 0 when it may not. The

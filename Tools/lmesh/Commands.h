@@ -14,3 +14,6 @@ int RunWeld(const std::vector<std::string>& args);
 int RunSimplify(const std::vector<std::string>& args);
 int RunCleanDegenerate(const std::vector<std::string>& args);
 int RunSection(const std::vector<std::string>& args);
+int RunCut(const std::vector<std::string>& args);
+int RunFillHoles(const std::vector<std::string>& args);
+int RunComponents(const std::vector<std::string>& args);

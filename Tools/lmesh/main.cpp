@@ -24,6 +24,9 @@ const Subcommand kSubcommands[] = {
     {"simplify", "collapse edges where the surface stays within tolerances", RunSimplify},
     {"clean-degenerate", "delete zero-area, duplicate and looping facets", RunCleanDegenerate},
     {"section", "cut by a plane and print the section as lines and arcs", RunSection},
+    {"cut", "cut by a plane into the parts on either side", RunCut},
+    {"fill-holes", "close boundary loops with new facets", RunFillHoles},
+    {"components", "count the connected pieces, optionally write each", RunComponents},
 };
 
 void PrintUsage(FILE* out)
