@@ -1,8 +1,10 @@
 // Loads every mesh of the shared corpus that its manifest lists, checks the facet
-// count the manifest gives, and for the closed ones that orienting outward leaves a
-// positive signed volume of the same size.
+// count the manifest gives, for the closed ones that orienting outward leaves a
+// positive signed volume of the same size, and for the open ones that their border
+// loops are found and, where no vertex or edge is non-manifold, filled.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <map>
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include "LMesh.h"
+#include "TestMeshes.h"
 
 namespace {
 
@@ -20,6 +23,10 @@ struct CorpusEntry {
     std::string file;
     uint32_t facets = 0;
     bool closed = false;
+    bool open = false;
+    uint32_t boundaryEdges = 0;  // of an open mesh, with its loops
+    uint32_t loops = 0;
+    bool nonManifold = false;
 };
 
 // Files whose facet count the manifest gives in words; these are what our readers
@@ -74,7 +81,16 @@ std::vector<CorpusEntry> ReadManifest()
         entry.file = file;
         const auto documented = kDocumentedCounts.find(file);
         entry.facets = documented != kDocumentedCounts.end() ? documented->second : LeadingCount(cells[3]);
-        entry.closed = cells[4].find("\xE2\x80\x94 closed,") != std::string::npos;  // "— closed,"
+        const std::string& notes = cells[4];
+        entry.closed = notes.find("\xE2\x80\x94 closed,") != std::string::npos;  // "— closed,"
+        const size_t open = notes.find("\xE2\x80\x94 open: ");                     // "— open: N boundary edges in K loop(s)"
+        if (open != std::string::npos) {
+            entry.open = true;
+            const std::string counts = notes.substr(open + 10);
+            entry.boundaryEdges = LeadingCount(counts);
+            entry.loops = LeadingCount(counts.substr(counts.find(" in ") + 4));
+        }
+        entry.nonManifold = notes.find("non-manifold") != std::string::npos;
         entries.push_back(entry);
     }
     return entries;
@@ -132,5 +148,28 @@ TEST(Corpus, ClosedMeshesFaceOutwardAfterOrienting)
         const double after = SignedVolume(mesh);
         EXPECT_GT(after, 0.0) << entry.file;
         EXPECT_NEAR(after, before, 1e-6 * before) << entry.file;
+    }
+}
+
+TEST(Corpus, OpenMeshesGiveTheirBorderLoopsAndManifoldOnesCloseWhenFilled)
+{
+    const std::vector<CorpusEntry> entries = ReadManifest();
+    if (entries.empty()) GTEST_SKIP() << "mesh corpus not found at " << kCorpus << " (run from the project root)";
+    for (const CorpusEntry& entry : entries) {
+        if (!entry.open) continue;
+        SCOPED_TRACE(entry.file);
+        L_LUMOMESH mesh;
+        ASSERT_TRUE(LoadCorpusMesh(entry.file, mesh));
+        BaseList<BaseList<uint32_t>> edgeChains, vertexChains;
+        LMeshGetConnectedEdgesBatch(mesh, -1.0f, 1e-6f, edgeChains, vertexChains);
+        testmesh::ExpectFreeBoundaryChains(mesh, edgeChains, vertexChains, !entry.nonManifold);
+        if (entry.nonManifold) continue;  // loops that touch themselves come in pieces
+        EXPECT_EQ(testmesh::FreeEdges(mesh).size(), entry.boundaryEdges);
+        EXPECT_EQ(edgeChains.count, entry.loops);
+
+        float extent = 0.0f;
+        for (int k = 0; k < 3; ++k) extent = std::max(extent, mesh.bboxMax[k] - mesh.bboxMin[k]);
+        EXPECT_GT(LMeshFillHolesInBatch(mesh, -1.0f, 1e-6f, extent * 1e-6f, false, false, nullptr), 0);
+        EXPECT_TRUE(testmesh::FreeEdges(mesh).empty());
     }
 }

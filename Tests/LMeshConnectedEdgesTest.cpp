@@ -172,31 +172,6 @@ TEST(LMeshGetConnectedEdges, RefusesNoSeedAndStopsAtAnIsolatedEdge)
     EXPECT_EQ(Ids(alone), std::vector<uint32_t>{0});
 }
 
-// Each chain walks its vertex list, and all chains together hold every free edge once.
-void ExpectFreeBoundaryChains(const L_LUMOMESH& mesh, const BaseList<BaseList<uint32_t>>& edgeChains,
-                              const BaseList<BaseList<uint32_t>>& vertexChains)
-{
-    ASSERT_EQ(edgeChains.count, vertexChains.count);
-    std::vector<uint32_t> seen;
-    for (uint32_t c = 0; c < edgeChains.count; ++c) {
-        const std::vector<uint32_t> edges = Ids(*edgeChains.Peek(c)), vertices = Ids(*vertexChains.Peek(c));
-        ASSERT_EQ(vertices.size(), edges.size() + 1);
-        for (size_t i = 0; i < edges.size(); ++i) {
-            const LM_EDGE* edge = mesh.edges.Peek(edges[i]);
-            const uint32_t a = edge->vertex[0], b = edge->vertex[1];
-            EXPECT_TRUE((a == vertices[i] && b == vertices[i + 1]) || (b == vertices[i] && a == vertices[i + 1]));
-            seen.push_back(edges[i]);
-        }
-    }
-    std::vector<uint32_t> free;
-    for (uint32_t e = 0; e < mesh.edges.count; ++e) {
-        const LM_EDGE* edge = mesh.edges.Peek(e);
-        if ((edge->flags & LM_LIVE) && (edge->facet[0] == LM_NONE || edge->facet[1] == LM_NONE)) free.push_back(e);
-    }
-    std::sort(seen.begin(), seen.end());
-    EXPECT_EQ(seen, free);
-}
-
 TEST(LMeshGetConnectedEdgesBatch, ReturnsEachFreeBoundaryAsOneClosedChain)
 {
     L_LUMOMESH grid = testmesh::MakeGrid(5, 5);
@@ -211,7 +186,7 @@ TEST(LMeshGetConnectedEdgesBatch, ReturnsEachFreeBoundaryAsOneClosedChain)
         const BaseList<uint32_t>& vertices = *vertexChains.Peek(c);
         EXPECT_EQ(*vertices.Peek(0), *vertices.Peek(vertices.count - 1));
     }
-    ExpectFreeBoundaryChains(grid, edgeChains, vertexChains);
+    testmesh::ExpectFreeBoundaryChains(grid, edgeChains, vertexChains);
 
     L_LUMOMESH cube = testmesh::MakeCube();
     BaseList<BaseList<uint32_t>> none, noVertices;
@@ -229,7 +204,7 @@ TEST(LMeshGetConnectedEdgesBatch, WalksTheBoundaryOfARealOpenPart)
     BaseList<BaseList<uint32_t>> edgeChains, vertexChains;
     LMeshGetConnectedEdgesBatch(mesh, -1.0f, 1e-6f, edgeChains, vertexChains);
     ASSERT_GE(edgeChains.count, 1u);
-    ExpectFreeBoundaryChains(mesh, edgeChains, vertexChains);
+    testmesh::ExpectFreeBoundaryChains(mesh, edgeChains, vertexChains);
 }
 
 TEST(LMeshConnectConnectedEdgesBatch, JoinsPiecesOfOneBoundaryInEitherDirection)

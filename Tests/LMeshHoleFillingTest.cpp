@@ -17,15 +17,7 @@ BaseList<uint32_t> ListOf(std::initializer_list<uint32_t> ids)
     return list;
 }
 
-uint32_t CountBorderEdges(const L_LUMOMESH& mesh)
-{
-    uint32_t border = 0;
-    for (uint32_t e = 0; e < mesh.edges.count; ++e) {
-        const LM_EDGE edge = *mesh.edges.Peek(e);
-        if ((edge.flags & LM_LIVE) && (edge.facet[0] == LM_NONE || edge.facet[1] == LM_NONE)) ++border;
-    }
-    return border;
-}
+uint32_t CountBorderEdges(const L_LUMOMESH& mesh) { return uint32_t(testmesh::FreeEdges(mesh).size()); }
 
 uint32_t FirstBorderEdge(const L_LUMOMESH& mesh)
 {

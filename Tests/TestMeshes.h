@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -144,6 +145,40 @@ inline std::vector<uint32_t> Ids(const BaseList<uint32_t>& list)
     std::vector<uint32_t> ids;
     for (uint32_t i = 0; i < list.count; ++i) ids.push_back(*list.Peek(i));
     return ids;
+}
+
+// Live edges with a missing facet on either side.
+inline std::vector<uint32_t> FreeEdges(const L_LUMOMESH& mesh)
+{
+    std::vector<uint32_t> free;
+    for (uint32_t e = 0; e < mesh.edges.count; ++e) {
+        const LM_EDGE* edge = mesh.edges.Peek(e);
+        if ((edge->flags & LM_LIVE) && (edge->facet[0] == LM_NONE || edge->facet[1] == LM_NONE)) free.push_back(e);
+    }
+    return free;
+}
+
+// Each chain walks its vertex list, and all chains together hold every free edge once
+// (or, with `once` false, at least once: a walk stopped at a non-manifold vertex is
+// found again from a later seed).
+inline void ExpectFreeBoundaryChains(const L_LUMOMESH& mesh, const BaseList<BaseList<uint32_t>>& edgeChains,
+                                     const BaseList<BaseList<uint32_t>>& vertexChains, bool once = true)
+{
+    ASSERT_EQ(edgeChains.count, vertexChains.count);
+    std::vector<uint32_t> seen;
+    for (uint32_t c = 0; c < edgeChains.count; ++c) {
+        const std::vector<uint32_t> edges = Ids(*edgeChains.Peek(c)), vertices = Ids(*vertexChains.Peek(c));
+        ASSERT_EQ(vertices.size(), edges.size() + 1);
+        for (size_t i = 0; i < edges.size(); ++i) {
+            const LM_EDGE* edge = mesh.edges.Peek(edges[i]);
+            const uint32_t a = edge->vertex[0], b = edge->vertex[1];
+            EXPECT_TRUE((a == vertices[i] && b == vertices[i + 1]) || (b == vertices[i] && a == vertices[i + 1]));
+            seen.push_back(edges[i]);
+        }
+    }
+    std::sort(seen.begin(), seen.end());
+    if (!once) seen.erase(std::unique(seen.begin(), seen.end()), seen.end());
+    EXPECT_EQ(seen, FreeEdges(mesh));
 }
 
 //      3---2
