@@ -552,14 +552,18 @@ int32_t LMeshFillHolesInBatch(L_LUMOMESH& mesh, float curvature, float curvature
 
 // Splits every facet the plane crosses into triangles that end on it, then rebuilds the
 // mesh from its facets (merging within 0.001), so the section runs along mesh edges.
-// The tolerance compares with the unnormalised plane function (33.75 L^2 per unit of
-// length, L the stored box's largest extent). The path is not read. 0, or -2 if the
-// rebuild failed.
+// The plane is sized from the stored box, which must be fresh. The tolerance compares
+// with the unnormalised plane function (33.75 L^2 per unit of length, L the stored
+// box's largest extent); a corner up to that far below the plane counts as above it.
+// Split facets' groups are not kept (replacements get group 0), and every entity is
+// renumbered, even when nothing was split. The path is not read.
+// 0, or -2 for a zero normal (mesh untouched) or no memory for the rebuild.
 short LMeshImprintPlane(L_LUMOMESH& mesh, L_PLANE& plane, const wchar_t* path, float splitTolerance);
 // Imprints the plane, leaving the imprinted mesh in `mesh`, and divides it: `first`
 // keeps the facets strictly on the negative side, `second` those strictly on the
-// positive side (facets in the plane go to neither); each half's edges are welded
-// within edgeTolerance and its box recomputed. 0, or -2 if the rebuild failed.
+// positive side, towards which the plane's normal points (facets in the plane go to
+// neither); each half's border edges are welded within edgeTolerance and its box
+// recomputed. 0, or -2 as for the imprint, with both outputs untouched.
 short LMeshCutByPlane(L_LUMOMESH& mesh, L_PLANE& plane, L_LUMOMESH& first, L_LUMOMESH& second, const wchar_t* path,
                       float edgeTolerance, float splitTolerance);
 
