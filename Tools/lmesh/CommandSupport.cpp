@@ -1,6 +1,9 @@
 #include "CommandSupport.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -95,3 +98,53 @@ uint32_t CountBorderEdges(const L_LUMOMESH& mesh)
     return border;
 }
 
+
+bool TakeTextOption(std::vector<std::string>& args, const std::string& name, std::string& value)
+{
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] != name) continue;
+        if (i + 1 >= args.size()) return false;
+        value = args[i + 1];
+        args.erase(args.begin() + long(i), args.begin() + long(i) + 2);
+        return true;
+    }
+    return true;
+}
+
+namespace {
+
+bool ParsePlane(const std::string& text, L_PLANE& plane)
+{
+    double values[6];
+    const char* cursor = text.c_str();
+    for (int i = 0; i < 6; ++i) {
+        char* end = nullptr;
+        values[i] = std::strtod(cursor, &end);
+        if (end == cursor || !std::isfinite(values[i])) return false;
+        if (*end != (i < 5 ? ',' : '\0')) return false;
+        cursor = end + 1;
+    }
+    plane = {{values[0], values[1], values[2]}, {values[3], values[4], values[5]}};
+    return true;
+}
+
+}  // namespace
+
+bool ParsePlaneOption(const char* command, const std::string& text, L_PLANE& plane, int& exitCode)
+{
+    if (text.empty()) {
+        exitCode = UsageError(command, "--plane is required");
+        return false;
+    }
+    if (!ParsePlane(text, plane)) {
+        exitCode = UsageError(command, "--plane needs six numbers: px,py,pz,nx,ny,nz");
+        return false;
+    }
+    return true;
+}
+
+double LargestExtent(const L_LUMOMESH& mesh)
+{
+    return std::max({mesh.bboxMax[0] - mesh.bboxMin[0], mesh.bboxMax[1] - mesh.bboxMin[1],
+                     mesh.bboxMax[2] - mesh.bboxMin[2], 0.0f});
+}

@@ -44,3 +44,15 @@ bool Save(const char* command, const std::string& path, L_LUMOMESH& mesh, float 
 
 // Live edges with fewer than two facets.
 uint32_t CountBorderEdges(const L_LUMOMESH& mesh);
+
+// Takes "--name VALUE" out of args before the general parsing, for a value that may
+// start with '-' (a negative coordinate) and is not a single number. False when the
+// option has no value; value is left as it was when the option is absent.
+bool TakeTextOption(std::vector<std::string>& args, const std::string& name, std::string& value);
+
+// The plane of a "--plane PX,PY,PZ,NX,NY,NZ" value: six numbers, no blanks. False with
+// a usage error in exitCode when the value is missing or malformed.
+bool ParsePlaneOption(const char* command, const std::string& text, L_PLANE& plane, int& exitCode);
+
+// The largest extent of the stored box, 0 for an empty box.
+double LargestExtent(const L_LUMOMESH& mesh);

@@ -45,12 +45,6 @@ void PrintLoops(const BaseList<BaseList<uint32_t>>& edgeChains)
     if (edgeChains.count > kLoopsListed) std::printf("  ... and %u more\n", edgeChains.count - kLoopsListed);
 }
 
-double LargestExtent(const L_LUMOMESH& mesh)
-{
-    return std::max({mesh.bboxMax[0] - mesh.bboxMin[0], mesh.bboxMax[1] - mesh.bboxMin[1],
-                     mesh.bboxMax[2] - mesh.bboxMin[2], 0.0f});
-}
-
 }  // namespace
 
 int RunFillHoles(const std::vector<std::string>& args)

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 
 #include "CommandSupport.h"
 
@@ -32,35 +31,6 @@ const char* const kSectionHelp =
     "  --tolerance T     gap between joined ends and greatest departure of a reduced\n"
     "                    element from its chain (default 0.02)\n"
     "  --svg OUT.svg     also draw the section projected on the plane\n";
-
-// Takes "--name VALUE" out of args, since the value may start with '-' (a negative
-// coordinate) and is not a single number. False when the option has no value.
-bool TakeTextOption(std::vector<std::string>& args, const std::string& name, std::string& value)
-{
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] != name) continue;
-        if (i + 1 >= args.size()) return false;
-        value = args[i + 1];
-        args.erase(args.begin() + long(i), args.begin() + long(i) + 2);
-        return true;
-    }
-    return true;
-}
-
-bool ParsePlane(const std::string& text, L_PLANE& plane)
-{
-    double values[6];
-    const char* cursor = text.c_str();
-    for (int i = 0; i < 6; ++i) {
-        char* end = nullptr;
-        values[i] = std::strtod(cursor, &end);
-        if (end == cursor || !std::isfinite(values[i])) return false;
-        if (*end != (i < 5 ? ',' : '\0')) return false;
-        cursor = end + 1;
-    }
-    plane = {{values[0], values[1], values[2]}, {values[3], values[4], values[5]}};
-    return true;
-}
 
 double Dot(const L_VECTOR& a, const L_VECTOR& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 L_VECTOR Between(const L_POINT& from, const L_POINT& to) { return {to.x - from.x, to.y - from.y, to.z - from.z}; }
@@ -202,8 +172,7 @@ int RunSection(const std::vector<std::string>& args)
     int exitCode = 0;
     if (!Prepare("section", kSectionHelp, rest, {{"--chain"}, {"--tolerance"}}, 1, parsed, exitCode)) return exitCode;
     L_PLANE plane;
-    if (planeText.empty()) return UsageError("section", "--plane is required");
-    if (!ParsePlane(planeText, plane)) return UsageError("section", "--plane needs six numbers: px,py,pz,nx,ny,nz");
+    if (!ParsePlaneOption("section", planeText, plane, exitCode)) return exitCode;
     const double tolerance = NumberOr(parsed, "--tolerance", kDefaultTolerance);
     if (!(tolerance >= 0.0)) return UsageError("section", "the tolerance must be 0 or more");
     L_LUMOMESH mesh;
