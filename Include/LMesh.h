@@ -572,17 +572,48 @@ short LMeshCutByPlane(L_LUMOMESH& mesh, L_PLANE& plane, L_LUMOMESH& first, L_LUM
 // Whether a flood fill may cross from one facet to its neighbour.
 typedef bool (*LM_FACET_FILTER)(const L_LUMOMESH& mesh, uint32_t fromFacet, uint32_t toFacet, const void* data);
 
+// Floods from the seed across the sides of each facet (found corner pair by corner
+// pair) to the facet across, among live facets only, where the filter (if any) allows
+// the crossing; a refused neighbour can still be reached across another side. The list
+// (if given) is cleared and receives the seed and then each facet as it is reached,
+// breadth-first or, with depthFirst, from a stack. The seed is not tested for being
+// live. True when the fill ran to its end; false for a seed past the store (list
+// untouched) or when memory runs out (the facets reached so far stay).
 bool LMeshFindNeighborFacets(const L_LUMOMESH& mesh, uint32_t seed, LM_FACET_FILTER filter, const void* data,
                              BaseList<uint32_t>* facets, bool depthFirst);
+// The depth-first fill that crosses only where the stored normals of the two
+// neighbours differ by strictly less than `limit` (radians), so a patch may curve away
+// from the seed by small steps. The fill's result.
 bool LMeshFindFacetsByAngularDeviation(const L_LUMOMESH& mesh, uint32_t seed, float limit,
                                        BaseList<uint32_t>* facets);
+// True at the first live edge whose facet[1] is LM_NONE; an edge that kept only
+// facet[1] does not count.
 bool LMeshHasBoundaryEdges(const L_LUMOMESH& mesh);
+// Appends (never clears) each live facet with a side that has LM_NONE in either facet
+// link, once, in ascending id. True if a facet was appended.
 bool LMeshFindBorderFacets(const L_LUMOMESH& mesh, BaseList<uint32_t>* facets);
+// Replaces the table by tableSize entries, entry g listing the live facets of group g
+// in ascending id (facets of a group past the table are left out). With the mesh's
+// group count, one list per group.
 void LMeshConstructFacetHashTable(const L_LUMOMESH& mesh, uint32_t tableSize, BaseList<BaseList<uint32_t>>& table);
+// The border of a patch: the listed facets, else the group's entry of the table, else
+// the live facets of the group. A side is on the border when it has a free link or the
+// facet across belongs to another group than the patch's (the group given, or that of
+// the first listed facet). The border edges, each once, are cut into paths that
+// replace edgeChains; each path is sorted by LMeshSortEdges, its vertices appended to
+// the same entry of vertexChains (pass it empty).
 void LMeshGetBoundaryEdgesOfAPatch(const L_LUMOMESH& mesh, const uint32_t* groupId, const BaseList<uint32_t>* facets,
                                    BaseList<BaseList<uint32_t>>& edgeChains,
                                    BaseList<BaseList<uint32_t>>& vertexChains,
                                    const BaseList<BaseList<uint32_t>>* table);
+// Appends each live facet of the group's table entry once for every neighbour across
+// its sides whose group differs from its own, so a corner facet may stand twice.
 void LMeshGetBoundaryFacetsOfAPatch(const L_LUMOMESH& mesh, uint32_t groupId, BaseList<uint32_t>& facets,
                                     const BaseList<BaseList<uint32_t>>& table);
+// Appends one mesh per component (facets joined across live edges), in ascending order
+// of their lowest live facet. Each keeps the input's slot layout: the input with the
+// earlier components and then all other facets removed by LMeshDeleteFacets, not
+// compacted; a mesh of one component yields a plain copy. False, adding nothing, when
+// the header's facet count is 0 or no facet slot is live. Every component costs a
+// copy of the whole stores.
 bool LMeshSplitIntoConnectedMeshes(const L_LUMOMESH& mesh, BaseList<L_LUMOMESH>& meshes);
