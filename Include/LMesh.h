@@ -617,3 +617,21 @@ void LMeshGetBoundaryFacetsOfAPatch(const L_LUMOMESH& mesh, uint32_t groupId, Ba
 // the header's facet count is 0 or no facet slot is live. Every component costs a
 // copy of the whole stores.
 bool LMeshSplitIntoConnectedMeshes(const L_LUMOMESH& mesh, BaseList<L_LUMOMESH>& meshes);
+
+// ---- Intersections and overlaps ----------------------------------------------------------
+
+// Pairs of facets (f, g) that cross each other: they meet in a segment longer than
+// minimumLength whose midpoint lies in f or in g, share no edge (ends near within
+// tolerance per coordinate) and are not coplanar. Each such g is appended to `found`
+// (not cleared; a facet of a pair not deleted is listed from both sides), and with
+// deleteFound taken out of later tests and deleted at the end. Candidates: the listed
+// facets against each other, or each facet's neighbours in adaptive boxes of 500.
+// Returns the facets deleted.
+uint32_t LMeshDeleteIntersections(L_LUMOMESH& mesh, float minimumLength, float tolerance,
+                                  const BaseList<uint32_t>* facets, BaseList<uint32_t>* found, bool deleteFound);
+// The same search for coplanar pairs whose edges properly cross (crossing parameters
+// inside (tolerance, 1 - tolerance)); with a facet list also a g one of whose corners,
+// dropped along g's normal onto f's plane, lands in f. Always ends with
+// LMeshDeleteFacets (an empty list when nothing is deleted), refreshing counts.
+uint32_t LMeshDeletePartialOverlaps(L_LUMOMESH& mesh, float tolerance, const BaseList<uint32_t>* facets,
+                                   BaseList<uint32_t>* found, bool deleteFound);

@@ -16,7 +16,7 @@
 // their end vertices.
 #include <cmath>
 
-#include "LMesh.h"
+#include "LMeshOrientation.h"
 
 namespace {
 
@@ -79,27 +79,6 @@ void ForEachSelectedLiveFacet(L_LUMOMESH& mesh, const BaseList<uint32_t>* list, 
         LM_FACET& facet = *mesh.facets.At(f);
         if (facet.flags & LM_LIVE) act(facet);
     }
-}
-
-// Barycentric inside test in the first coordinate plane (xy, yz, zx) whose
-// determinant reaches the tolerance. The determinant is an area held against the
-// call's distance tolerance: deliberate, and results depend on it. Borders count
-// as inside.
-bool PointInTriangle(const float h[3], const float a[3], const float b[3], const float c[3], float tolerance)
-{
-    const float e1[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
-    const float e2[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
-    const float r[3] = {h[0] - a[0], h[1] - a[1], h[2] - a[2]};
-    static constexpr int kPlanes[3][2] = {{0, 1}, {1, 2}, {2, 0}};
-    for (const auto& plane : kPlanes) {
-        const int i = plane[0], j = plane[1];
-        const float det = e2[j] * e1[i] - e2[i] * e1[j];
-        if (std::fabs(det) < tolerance) continue;
-        const float u = (e2[j] * r[i] - e2[i] * r[j]) / det;
-        const float v = (r[j] * e1[i] - r[i] * e1[j]) / det;
-        return !(u < 0.0f || v < 0.0f || u + v > 1.0f);
-    }
-    return false;
 }
 
 // Whether the ray c + s d crosses facet t ahead of the seed's neighbourhood.
@@ -292,6 +271,23 @@ private:
 };
 
 }  // namespace
+
+bool PointInTriangle(const float h[3], const float a[3], const float b[3], const float c[3], float tolerance)
+{
+    const float e1[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
+    const float e2[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+    const float r[3] = {h[0] - a[0], h[1] - a[1], h[2] - a[2]};
+    static constexpr int kPlanes[3][2] = {{0, 1}, {1, 2}, {2, 0}};
+    for (const auto& plane : kPlanes) {
+        const int i = plane[0], j = plane[1];
+        const float det = e2[j] * e1[i] - e2[i] * e1[j];
+        if (std::fabs(det) < tolerance) continue;
+        const float u = (e2[j] * r[i] - e2[i] * r[j]) / det;
+        const float v = (r[j] * e1[i] - r[i] * e1[j]) / det;
+        return !(u < 0.0f || v < 0.0f || u + v > 1.0f);
+    }
+    return false;
+}
 
 void LMeshRecomputeNormals(L_LUMOMESH& mesh)
 {

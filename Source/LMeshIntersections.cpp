@@ -1,0 +1,489 @@
+// Intersections and overlaps: facets of one mesh that pass through each other, or lie
+// over each other in one plane, found pair by pair and optionally deleted.
+//
+// Without a facet list, the candidates of a facet are the facets of its adaptive
+// boxes. A pair can only be reported when the two triangles meet, so candidates whose
+// bounds lie apart (by more than the plane tolerance allows) are left out before the
+// pair test: the reports, their order and the deletions are those of testing every
+// candidate, at the cost of a bounds check for most of them.
+#include "LMeshIntersections.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "LMeshOrientation.h"
+
+namespace {
+
+// ---- The triangle test -------------------------------------------------------------
+
+struct Vec {
+    double x, y, z;
+};
+
+Vec Minus(const Vec& a, const Vec& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+Vec Cross(const Vec& a, const Vec& b) { return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x}; }
+double Dot(const Vec& a, const Vec& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+Vec Widen(const float p[3]) { return {p[0], p[1], p[2]}; }
+double Get(const Vec& v, int axis) { return axis == 0 ? v.x : axis == 1 ? v.y : v.z; }
+
+int Sign(double value) { return (value > 0.0) - (value < 0.0); }
+
+// Orientation of r against the line p q in the plane of axes i, j.
+double Orient2D(const Vec& p, const Vec& q, const Vec& r, int i, int j)
+{
+    return (Get(q, i) - Get(p, i)) * (Get(r, j) - Get(p, j)) - (Get(q, j) - Get(p, j)) * (Get(r, i) - Get(p, i));
+}
+
+bool WithinSpan(const Vec& p, const Vec& q, const Vec& r, int i, int j)
+{
+    return std::min(Get(p, i), Get(q, i)) <= Get(r, i) && Get(r, i) <= std::max(Get(p, i), Get(q, i)) &&
+           std::min(Get(p, j), Get(q, j)) <= Get(r, j) && Get(r, j) <= std::max(Get(p, j), Get(q, j));
+}
+
+// Closed segments p q and r s meet in the plane of axes i, j.
+bool SegmentsMeet2D(const Vec& p, const Vec& q, const Vec& r, const Vec& s, int i, int j)
+{
+    const int o1 = Sign(Orient2D(p, q, r, i, j)), o2 = Sign(Orient2D(p, q, s, i, j));
+    const int o3 = Sign(Orient2D(r, s, p, i, j)), o4 = Sign(Orient2D(r, s, q, i, j));
+    if (o1 * o2 < 0 && o3 * o4 < 0) return true;
+    return (o1 == 0 && WithinSpan(p, q, r, i, j)) || (o2 == 0 && WithinSpan(p, q, s, i, j)) ||
+           (o3 == 0 && WithinSpan(r, s, p, i, j)) || (o4 == 0 && WithinSpan(r, s, q, i, j));
+}
+
+// Point inside or on the triangle in the plane of axes i, j.
+bool InsideTriangle2D(const Vec t[3], const Vec& p, int i, int j)
+{
+    const int a = Sign(Orient2D(t[0], t[1], p, i, j)), b = Sign(Orient2D(t[1], t[2], p, i, j)),
+              c = Sign(Orient2D(t[2], t[0], p, i, j));
+    return !((a < 0 || b < 0 || c < 0) && (a > 0 || b > 0 || c > 0));
+}
+
+// Two triangles of one plane overlap, seen along the axis nearest to its normal.
+bool CoplanarOverlap(const Vec a[3], const Vec b[3], const Vec& normal)
+{
+    const double nx = std::fabs(normal.x), ny = std::fabs(normal.y), nz = std::fabs(normal.z);
+    const int dropped = (nx >= ny && nx >= nz) ? 0 : (ny >= nz ? 1 : 2);
+    const int i = (dropped + 1) % 3, j = (dropped + 2) % 3;
+    for (int k = 0; k < 3; ++k)
+        for (int m = 0; m < 3; ++m)
+            if (SegmentsMeet2D(a[k], a[(k + 1) % 3], b[m], b[(m + 1) % 3], i, j)) return true;
+    return InsideTriangle2D(b, a[0], i, j) || InsideTriangle2D(a, b[0], i, j);
+}
+
+// Where a triangle meets the other's plane, from its corners' signed distances: its
+// corners on the plane and the crossings of its edges whose ends lie on opposite
+// sides. Two points at most (one when it only touches the plane at a corner).
+int PiecePoints(const Vec t[3], const double distance[3], Vec points[2])
+{
+    int count = 0;
+    for (int k = 0; k < 3 && count < 2; ++k) {
+        const int m = (k + 1) % 3;
+        if (distance[k] == 0.0) points[count++] = t[k];
+        if (count < 2 && Sign(distance[k]) * Sign(distance[m]) < 0) {
+            const double s = distance[k] / (distance[k] - distance[m]);
+            points[count++] = {t[k].x + (t[m].x - t[k].x) * s, t[k].y + (t[m].y - t[k].y) * s,
+                               t[k].z + (t[m].z - t[k].z) * s};
+        }
+    }
+    return count;
+}
+
+struct Interval {
+    double low, high;
+    Vec lowPoint, highPoint;
+};
+
+Interval AlongLine(const Vec points[2], int count, const Vec& direction)
+{
+    const Vec& first = points[0];
+    const Vec& second = points[count > 1 ? 1 : 0];
+    const double t0 = Dot(direction, first), t1 = Dot(direction, second);
+    if (t0 <= t1) return {t0, t1, first, second};
+    return {t1, t0, second, first};
+}
+
+bool IsCornerOf(const Vec& p, const Vec t[3])
+{
+    for (int k = 0; k < 3; ++k)
+        if (p.x == t[k].x && p.y == t[k].y && p.z == t[k].z) return true;
+    return false;
+}
+
+bool Finite(const float p[3]) { return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]); }
+
+}  // namespace
+
+TriangleCrossing CrossTriangles(const float a0[3], const float a1[3], const float a2[3], const float b0[3],
+                                const float b1[3], const float b2[3], double planeTolerance)
+{
+    TriangleCrossing crossing;
+    if (!Finite(a0) || !Finite(a1) || !Finite(a2) || !Finite(b0) || !Finite(b1) || !Finite(b2)) return crossing;
+    const Vec a[3] = {Widen(a0), Widen(a1), Widen(a2)};
+    const Vec b[3] = {Widen(b0), Widen(b1), Widen(b2)};
+    const Vec na = Cross(Minus(a[1], a[0]), Minus(a[2], a[0]));
+    const Vec nb = Cross(Minus(b[1], b[0]), Minus(b[2], b[0]));
+    const double lengthA = std::sqrt(Dot(na, na)), lengthB = std::sqrt(Dot(nb, nb));
+    if (!(lengthA > 0.0) || !(lengthB > 0.0)) return crossing;
+
+    double fromB[3], fromA[3];  // a's corners from b's plane, b's from a's
+    bool aFlat = true, bFlat = true;
+    for (int k = 0; k < 3; ++k) {
+        // A corner the triangles share lies in both planes: exactly, not as rounded,
+        // so neighbours meeting at a corner touch in a point instead of a sliver.
+        fromB[k] = IsCornerOf(a[k], b) ? 0.0 : Dot(nb, Minus(a[k], b[0])) / lengthB;
+        fromA[k] = IsCornerOf(b[k], a) ? 0.0 : Dot(na, Minus(b[k], a[0])) / lengthA;
+        aFlat = aFlat && std::fabs(fromB[k]) <= planeTolerance;
+        bFlat = bFlat && std::fabs(fromA[k]) <= planeTolerance;
+    }
+    if (aFlat || bFlat) {
+        crossing.coplanar = true;
+        crossing.intersect = CoplanarOverlap(a, b, na);
+        return crossing;
+    }
+    // Beyond the tolerance the signs decide as computed, so pieces lie on the planes.
+    const auto oneSide = [](const double d[3]) {
+        return (d[0] > 0.0 && d[1] > 0.0 && d[2] > 0.0) || (d[0] < 0.0 && d[1] < 0.0 && d[2] < 0.0);
+    };
+    if (oneSide(fromB) || oneSide(fromA)) return crossing;
+    Vec pieceA[2], pieceB[2];
+    const int countA = PiecePoints(a, fromB, pieceA), countB = PiecePoints(b, fromA, pieceB);
+    if (countA == 0 || countB == 0) return crossing;
+    const Vec direction = Cross(na, nb);
+    const Interval onA = AlongLine(pieceA, countA, direction), onB = AlongLine(pieceB, countB, direction);
+    if (std::max(onA.low, onB.low) > std::min(onA.high, onB.high)) return crossing;
+    const Vec& start = onA.low >= onB.low ? onA.lowPoint : onB.lowPoint;
+    const Vec& end = onA.high <= onB.high ? onA.highPoint : onB.highPoint;
+    crossing.intersect = true;
+    crossing.start = {start.x, start.y, start.z};
+    crossing.end = {end.x, end.y, end.z};
+    return crossing;
+}
+
+double PlaneToleranceOf(const L_LUMOMESH& mesh)
+{
+    // Four roundings of a float at the mesh's largest coordinate.
+    constexpr double kRoundings = 4.0 * 1.1920928955078125e-07;
+    L_BOUNDS bounds;
+    LMeshComputeAbsoluteBoundingBox(mesh, bounds);
+    double largest = 0.0;
+    for (int k = 0; k < 3; ++k) largest = std::max({largest, std::fabs(bounds.min[k]), std::fabs(bounds.max[k])});
+    return std::isfinite(largest) ? largest * kRoundings : 0.0;
+}
+
+namespace {
+
+// ---- The pair tests ------------------------------------------------------------------
+
+struct Corners {
+    float p[3][3];
+};
+
+bool ReadPosition(const L_LUMOMESH& mesh, uint32_t vertex, float out[3])
+{
+    const LM_VERTEX* record = mesh.vertices.Peek(vertex);
+    if (!record) return false;  // id past the vertex store: no position
+    for (int k = 0; k < 3; ++k) out[k] = record->position[k];
+    return true;
+}
+
+bool ReadCorners(const L_LUMOMESH& mesh, const LM_FACET& facet, Corners& corners)
+{
+    return ReadPosition(mesh, facet.vertex[0], corners.p[0]) && ReadPosition(mesh, facet.vertex[1], corners.p[1]) &&
+           ReadPosition(mesh, facet.vertex[2], corners.p[2]);
+}
+
+bool Near(const float a[3], const float b[3], float tolerance)
+{
+    return std::fabs(a[0] - b[0]) < tolerance && std::fabs(a[1] - b[1]) < tolerance &&
+           std::fabs(a[2] - b[2]) < tolerance;
+}
+
+bool ReadEdgeEnds(const L_LUMOMESH& mesh, uint32_t edge, float ends[2][3])
+{
+    const LM_EDGE* record = mesh.edges.Peek(edge);
+    return record && ReadPosition(mesh, record->vertex[0], ends[0]) && ReadPosition(mesh, record->vertex[1], ends[1]);
+}
+
+// Some edge of f and some edge of g have their ends near each other pairwise, in
+// either direction.
+bool HaveCommonEdge(const L_LUMOMESH& mesh, const LM_FACET& f, const LM_FACET& g, float tolerance)
+{
+    for (int k = 0; k < 3; ++k) {
+        float p[2][3];
+        if (!ReadEdgeEnds(mesh, f.edge[k], p)) continue;
+        for (int m = 0; m < 3; ++m) {
+            float q[2][3];
+            if (!ReadEdgeEnds(mesh, g.edge[m], q)) continue;
+            if ((Near(p[0], q[0], tolerance) && Near(p[1], q[1], tolerance)) ||
+                (Near(p[0], q[1], tolerance) && Near(p[1], q[0], tolerance)))
+                return true;
+        }
+    }
+    return false;
+}
+
+TriangleCrossing Cross(const Corners& f, const Corners& g, double planeTolerance)
+{
+    return CrossTriangles(f.p[0], f.p[1], f.p[2], g.p[0], g.p[1], g.p[2], planeTolerance);
+}
+
+struct IntersectionTest {
+    const L_LUMOMESH& mesh;
+    float minimumLength, tolerance;
+    double planeTolerance;
+
+    bool operator()(const LM_FACET& f, const Corners& fc, const LM_FACET& g, const Corners& gc) const
+    {
+        const TriangleCrossing crossing = Cross(fc, gc, planeTolerance);
+        if (!crossing.intersect || crossing.coplanar || HaveCommonEdge(mesh, f, g, tolerance)) return false;
+        const float s[3] = {float(crossing.start.x), float(crossing.start.y), float(crossing.start.z)};
+        const float e[3] = {float(crossing.end.x), float(crossing.end.y), float(crossing.end.z)};
+        const float middle[3] = {(s[0] + e[0]) * 0.5f, (s[1] + e[1]) * 0.5f, (s[2] + e[2]) * 0.5f};
+        if (!PointInTriangle(middle, fc.p[0], fc.p[1], fc.p[2], tolerance) &&
+            !PointInTriangle(middle, gc.p[0], gc.p[1], gc.p[2], tolerance))
+            return false;
+        const float dx = e[0] - s[0], dy = e[1] - s[1], dz = e[2] - s[2];
+        const float squared = dx * dx + dy * dy + dz * dz;
+        return float(std::sqrt(double(squared))) > minimumLength;
+    }
+};
+
+// The crossing parameters of the two lines lie strictly inside (tolerance, 1 -
+// tolerance) on both edges; nearly parallel edges never cross.
+bool EdgesCrossProperly(const float p0[3], const float p1[3], const float q0[3], const float q1[3], float tolerance)
+{
+    const Vec d1 = Minus(Widen(p1), Widen(p0)), d2 = Minus(Widen(q1), Widen(q0)), r = Minus(Widen(q0), Widen(p0));
+    const Vec c = Cross(d1, d2);
+    const double divisor = Dot(c, c);
+    if (divisor < tolerance) return false;
+    const double s = Dot(Cross(r, d2), c) / divisor, t = Dot(Cross(r, d1), c) / divisor;
+    const double low = tolerance, high = 1.0 - double(tolerance);
+    return low < s && s < high && low < t && t < high;
+}
+
+bool AnyEdgesCrossProperly(const Corners& f, const Corners& g, float tolerance)
+{
+    for (int k = 0; k < 3; ++k)
+        for (int m = 0; m < 3; ++m)
+            if (EdgesCrossProperly(f.p[k], f.p[(k + 1) % 3], g.p[m], g.p[(m + 1) % 3], tolerance)) return true;
+    return false;
+}
+
+// A corner of g dropped along g's normal onto f's plane lands in f. Where the
+// normals are nearly at right angles the previous landing point stands (the origin
+// at first).
+bool CornerLandsInFacet(const LM_FACET& f, const Corners& fc, const LM_FACET& g, const Corners& gc, float tolerance)
+{
+    const float m[3] = {g.normal[0], g.normal[1], g.normal[2]};
+    const float n[3] = {f.normal[0], f.normal[1], f.normal[2]};
+    const float mn = m[0] * n[0] + m[1] * n[1] + m[2] * n[2];
+    float h[3] = {0.0f, 0.0f, 0.0f};
+    for (int k = 0; k < 3; ++k) {
+        const float* p = gc.p[k];
+        if (std::fabs(mn) >= tolerance) {
+            const float* q = fc.p[0];
+            const float along = ((q[0] - p[0]) * n[0] + (q[1] - p[1]) * n[1] + (q[2] - p[2]) * n[2]) / mn;
+            for (int c = 0; c < 3; ++c) h[c] = p[c] + m[c] * along;
+        }
+        if (PointInTriangle(h, fc.p[0], fc.p[1], fc.p[2], tolerance)) return true;
+    }
+    return false;
+}
+
+struct OverlapTest {
+    float tolerance;
+    double planeTolerance;
+    bool listGiven;
+
+    bool operator()(const LM_FACET& f, const Corners& fc, const LM_FACET& g, const Corners& gc) const
+    {
+        const TriangleCrossing crossing = Cross(fc, gc, planeTolerance);
+        if (crossing.intersect && AnyEdgesCrossProperly(fc, gc, tolerance)) return crossing.coplanar;
+        return listGiven && CornerLandsInFacet(f, fc, g, gc, tolerance);
+    }
+};
+
+// ---- The search frame ------------------------------------------------------------------
+
+struct Bounds {
+    float low[3], high[3];
+};
+
+bool Overlap(const Bounds& a, const Bounds& b)
+{
+    return a.low[0] <= b.high[0] && b.low[0] <= a.high[0] && a.low[1] <= b.high[1] && b.low[1] <= a.high[1] &&
+           a.low[2] <= b.high[2] && b.low[2] <= a.high[2];
+}
+
+// The corners' bounds widened by the margin on every side; nothing for a facet
+// whose corners cannot be read.
+Bounds BoundsOf(const Corners* corners, float margin)
+{
+    Bounds bounds;
+    for (int k = 0; k < 3; ++k) {
+        bounds.low[k] = INFINITY;
+        bounds.high[k] = -INFINITY;
+    }
+    if (!corners) return bounds;
+    for (const float* p : corners->p)
+        for (int k = 0; k < 3; ++k) {
+            bounds.low[k] = std::min(bounds.low[k], p[k] - margin);
+            bounds.high[k] = std::max(bounds.high[k], p[k] + margin);
+        }
+    return bounds;
+}
+
+struct Member {
+    Bounds bounds;
+    uint32_t facet;
+};
+
+// Reports g: listed, and with deleting on, taken out of every later test.
+class Findings {
+public:
+    Findings(L_LUMOMESH& mesh, BaseList<uint32_t>* output, bool deleting)
+        : mesh_(mesh), output_(output), deleting_(deleting)
+    {
+    }
+
+    void Report(uint32_t g)
+    {
+        if (output_) {
+            uint32_t* slot = output_->At(output_->count);
+            if (slot) *slot = g;  // out of memory: the id is not listed
+        }
+        if (!deleting_) return;
+        mesh_.facets.At(g)->flags &= uint8_t(~LM_LIVE);
+        removed_.push_back(g);
+    }
+
+    // Restores the live bits so that the deletion unhooks the facets properly.
+    void Delete()
+    {
+        BaseList<uint32_t> list;
+        for (uint32_t g : removed_) {
+            mesh_.facets.At(g)->flags |= LM_LIVE;
+            uint32_t* slot = list.At(list.count);
+            if (slot) *slot = g;
+        }
+        LMeshDeleteFacets(mesh_, list);
+    }
+
+private:
+    L_LUMOMESH& mesh_;
+    BaseList<uint32_t>* output_;
+    bool deleting_;
+    std::vector<uint32_t> removed_;
+};
+
+const LM_FACET* LiveFacet(const L_LUMOMESH& mesh, uint32_t id)
+{
+    const LM_FACET* facet = mesh.facets.Peek(id);
+    return facet && (facet->flags & LM_LIVE) ? facet : nullptr;
+}
+
+template <class PairTest>
+void TestAgainst(const L_LUMOMESH& mesh, uint32_t f, const std::vector<uint32_t>& candidates, const PairTest& test,
+                 Findings& findings)
+{
+    const LM_FACET* facet = LiveFacet(mesh, f);
+    Corners fc;
+    if (!facet || !ReadCorners(mesh, *facet, fc)) return;
+    for (uint32_t g : candidates) {
+        const LM_FACET* other = LiveFacet(mesh, g);
+        Corners gc;
+        if (g == f || !other || !ReadCorners(mesh, *other, gc)) continue;
+        if (test(*facet, fc, *other, gc)) findings.Report(g);
+    }
+}
+
+// The listed facets, each against the whole list in its order.
+template <class PairTest>
+void SearchList(const L_LUMOMESH& mesh, const BaseList<uint32_t>& facets, const PairTest& test, Findings& findings)
+{
+    std::vector<uint32_t> candidates(facets.count);
+    for (uint32_t i = 0; i < facets.count; ++i) candidates[i] = *facets.Peek(i);
+    for (uint32_t f : candidates) TestAgainst(mesh, f, candidates, test, findings);
+}
+
+// Every facet slot against the facets of its adaptive boxes whose bounds reach its own.
+template <class PairTest>
+void SearchBoxes(const L_LUMOMESH& mesh, double planeTolerance, const PairTest& test, Findings& findings)
+{
+    constexpr uint32_t kFacetsPerBox = 500;
+    BaseList<LM_BOX> boxes, table;
+    LMeshBoxFacetsNonUniform(mesh, boxes, kFacetsPerBox);
+    LMeshBoxFacetsIndexTable(mesh, boxes, table);
+
+    const uint32_t slots = mesh.facets.count;
+    const float margin = float(planeTolerance);
+    std::vector<Bounds> bounds(slots);
+    for (uint32_t f = 0; f < slots; ++f) {
+        Corners corners;
+        const bool readable = ReadCorners(mesh, *mesh.facets.Peek(f), corners);
+        bounds[f] = BoundsOf(readable ? &corners : nullptr, margin);
+    }
+    // Members of each box by their lowest x, so a scan stops at the first beyond f.
+    std::vector<std::vector<Member>> members(boxes.count);
+    for (uint32_t b = 0; b < boxes.count; ++b) {
+        const BaseList<uint32_t>& ids = boxes.Peek(b)->facets;
+        for (uint32_t i = 0; i < ids.count; ++i) {
+            const uint32_t id = *ids.Peek(i);
+            if (id < slots) members[b].push_back({bounds[id], id});
+        }
+        std::sort(members[b].begin(), members[b].end(),
+                  [](const Member& x, const Member& y) { return x.bounds.low[0] < y.bounds.low[0]; });
+    }
+    std::vector<uint32_t> candidates;
+    for (uint32_t f = 0; f < slots && f < table.count; ++f) {
+        if (!LiveFacet(mesh, f)) continue;
+        candidates.clear();
+        const BaseList<uint32_t>& cells = table.Peek(f)->facets;
+        for (uint32_t c = 0; c < cells.count; ++c) {
+            const uint32_t b = *cells.Peek(c);
+            if (b >= members.size()) continue;
+            for (const Member& member : members[b]) {
+                if (member.bounds.low[0] > bounds[f].high[0]) break;
+                if (member.facet != f && Overlap(member.bounds, bounds[f])) candidates.push_back(member.facet);
+            }
+        }
+        std::sort(candidates.begin(), candidates.end());
+        candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
+        TestAgainst(mesh, f, candidates, test, findings);
+    }
+}
+
+template <class PairTest>
+uint32_t FindPairs(L_LUMOMESH& mesh, const BaseList<uint32_t>* facets, BaseList<uint32_t>* output, bool deleting,
+                   bool alwaysDelete, double planeTolerance, const PairTest& test)
+{
+    const uint32_t before = mesh.facetCount;
+    Findings findings(mesh, output, deleting);
+    if (facets) {
+        SearchList(mesh, *facets, test, findings);
+    } else {
+        SearchBoxes(mesh, planeTolerance, test, findings);
+    }
+    if (deleting || alwaysDelete) findings.Delete();
+    return before - mesh.facetCount;
+}
+
+}  // namespace
+
+uint32_t LMeshDeleteIntersections(L_LUMOMESH& mesh, float minimumLength, float tolerance,
+                                  const BaseList<uint32_t>* facets, BaseList<uint32_t>* found, bool deleteFound)
+{
+    const double planeTolerance = PlaneToleranceOf(mesh);
+    const IntersectionTest test{mesh, minimumLength, tolerance, planeTolerance};
+    return FindPairs(mesh, facets, found, deleteFound, false, planeTolerance, test);
+}
+
+uint32_t LMeshDeletePartialOverlaps(L_LUMOMESH& mesh, float tolerance, const BaseList<uint32_t>* facets,
+                                   BaseList<uint32_t>* found, bool deleteFound)
+{
+    const double planeTolerance = PlaneToleranceOf(mesh);
+    const OverlapTest test{tolerance, planeTolerance, facets != nullptr};
+    return FindPairs(mesh, facets, found, deleteFound, true, planeTolerance, test);
+}
