@@ -635,3 +635,14 @@ uint32_t LMeshDeleteIntersections(L_LUMOMESH& mesh, float minimumLength, float t
 // LMeshDeleteFacets (an empty list when nothing is deleted), refreshing counts.
 uint32_t LMeshDeletePartialOverlaps(L_LUMOMESH& mesh, float tolerance, const BaseList<uint32_t>* facets,
                                    BaseList<uint32_t>* found, bool deleteFound);
+
+// ---- Offset ------------------------------------------------------------------------------
+
+// Moves each candidate vertex (ids below vertexCount, or the corners of the listed live
+// facets) by offsetDistance along the mean of the directions of the planes around it:
+// the bisectors of edges whose facets meet within rightAngleTolerance degrees of 90,
+// or else the facet normals, one per run of parallel neighbours. The move is
+// lengthened by 1 / cos(mean, first direction), at most up to maxStretchPercent.
+// Topology is unchanged; normals are recomputed, the stored box is not. Always 0.
+short LMeshOffset(L_LUMOMESH& mesh, float offsetDistance, float rightAngleTolerance, float maxStretchPercent,
+                  const BaseList<uint32_t>* facets);
