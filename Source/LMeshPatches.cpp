@@ -9,11 +9,12 @@
 // The split peels one component at a time off a working copy: every result is the
 // input, dead slots included, with each earlier component deleted and then everything
 // but its own component deleted, by LMeshDeleteFacets. Those deletions rebuild vertex
-// links from the edges still live at each step, so the results depend on the order of
-// the peeling and are not those of a single deletion from the input. One working mesh
-// replaces the copy per component and the recursion of the textbook form, so the
-// stack stays flat however many components there are; each component still costs one
-// copy of the whole store and two whole-store deletions.
+// links from the edges still live at each step, and revive dead edges that live facets
+// still name (joining pieces the input kept apart), so the results depend on the order
+// of the peeling: neither one labelling pass nor a single deletion from the input gives
+// them. One working mesh replaces the second copy per component and the recursion of
+// the plain form, so the stack stays flat however many components there are; each
+// component still costs one copy of the whole store and two whole-store deletions.
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -68,16 +69,21 @@ const LM_EDGE* SideJoining(const L_LUMOMESH& mesh, const LM_FACET& facet, uint32
     return nullptr;
 }
 
-// The neighbours of facet f found corner pair by corner pair, as the fill visits them.
-std::vector<uint32_t> NeighboursByCorners(const L_LUMOMESH& mesh, uint32_t f)
+// The facets across the sides of f, found corner pair by corner pair, in that order.
+struct Neighbours {
+    uint32_t ids[3];
+    int count = 0;
+};
+
+Neighbours NeighboursByCorners(const L_LUMOMESH& mesh, uint32_t f)
 {
-    std::vector<uint32_t> neighbours;
+    Neighbours neighbours;
     const LM_FACET* facet = mesh.facets.Peek(f);
     if (!facet) return neighbours;
     for (int k = 0; k < 3; ++k) {
         const LM_EDGE* side = SideJoining(mesh, *facet, facet->vertex[k], facet->vertex[(k + 1) % 3]);
         const uint32_t across = side ? FacetAcross(*side, f) : LM_NONE;
-        if (across != LM_NONE) neighbours.push_back(across);
+        if (across != LM_NONE) neighbours.ids[neighbours.count++] = across;
     }
     return neighbours;
 }
@@ -112,8 +118,9 @@ public:
     {
         for (uint32_t i = 0; i < queue.count; ++i) {
             const uint32_t f = *queue.Peek(i);
-            for (uint32_t next : NeighboursByCorners(mesh_, f))
-                if (Crosses(f, next) && !AppendId(queue, next)) return false;
+            const Neighbours around = NeighboursByCorners(mesh_, f);
+            for (int k = 0; k < around.count; ++k)
+                if (Crosses(f, around.ids[k]) && !AppendId(queue, around.ids[k])) return false;
         }
         return true;
     }
@@ -124,7 +131,9 @@ public:
         while (!stack.empty()) {
             const uint32_t f = stack.back();
             stack.pop_back();
-            for (uint32_t next : NeighboursByCorners(mesh_, f)) {
+            const Neighbours around = NeighboursByCorners(mesh_, f);
+            for (int k = 0; k < around.count; ++k) {
+                const uint32_t next = around.ids[k];
                 if (!Crosses(f, next)) continue;
                 if (output && !AppendId(*output, next)) return false;
                 stack.push_back(next);
