@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 #include "CommandSupport.h"
 
@@ -43,8 +44,10 @@ const char* const kCutHelp =
 class PlaneDistance {
 public:
     explicit PlaneDistance(const L_PLANE& plane) : point_(plane.point), normal_(plane.normal) { normalise(&normal_); }
-    double Of(const float* p) const
+    double Of(const LM_VERTEX& vertex) const
     {
+        float p[3];
+        std::memcpy(p, vertex.position, sizeof p);  // packed record: no aligned float access
         return (p[0] - point_.x) * normal_.x + (p[1] - point_.y) * normal_.y + (p[2] - point_.z) * normal_.z;
     }
 
@@ -62,8 +65,8 @@ uint32_t CountRimEdges(const L_LUMOMESH& mesh, const PlaneDistance& distance, do
         if (!(edge.flags & LM_LIVE) || (edge.facet[0] != LM_NONE && edge.facet[1] != LM_NONE)) continue;
         const LM_VERTEX* a = mesh.vertices.Peek(edge.vertex[0]);
         const LM_VERTEX* b = mesh.vertices.Peek(edge.vertex[1]);
-        if (a && b && std::fabs(distance.Of(a->position)) <= tolerance &&
-            std::fabs(distance.Of(b->position)) <= tolerance)
+        if (a && b && std::fabs(distance.Of(*a)) <= tolerance &&
+            std::fabs(distance.Of(*b)) <= tolerance)
             ++rim;
     }
     return rim;
