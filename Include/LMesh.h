@@ -646,3 +646,26 @@ uint32_t LMeshDeletePartialOverlaps(L_LUMOMESH& mesh, float tolerance, const Bas
 // Topology is unchanged; normals are recomputed, the stored box is not. Always 0.
 short LMeshOffset(L_LUMOMESH& mesh, float offsetDistance, float rightAngleTolerance, float maxStretchPercent,
                   const BaseList<uint32_t>* facets);
+
+// ---- Wall thickness ------------------------------------------------------------------------
+
+// The caller's settings of the full thickness analysis, fields in their documented order.
+struct LM_THICKNESS_PARAMS {
+    L_LUMOMESH mesh;                // second mesh: with facets, balls stop on it as well
+    BaseList<float> rayThickness;   // out: the ray measure, per facet visited
+    double minDistance = 0.0;       // corners must rise above a facet's plane by more than this
+    double percentage = -1.0;       // share of results verified by ray parity; -1 none
+    float maxEdgeLength = -1.0f;    // longest edge of the mesh, for a quick reject; -1 unknown
+    uint8_t useRay = 0;             // also take the ray measure
+    wchar_t progressFile[512] = {}; // empty: no progress file
+    float minThickness = 0.0f;      // lower clamp, stored divided by 1000
+    float maxThickness = 0.0f;      // upper clamp, stored divided by 1000
+    double angle = 0.0;             // degrees: filter and gap-fill angle limit
+    double smoothAngle = 0.0;       // degrees: smoothing and gap-fill angle limit
+    uint8_t applyFilter = 0;
+    uint8_t applyGapFill = 0;
+    uint8_t applyHistogram = 0;
+};
+
+// ---- Cleanup after offset --------------------------------------------------------------------
+

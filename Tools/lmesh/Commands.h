@@ -17,3 +17,6 @@ int RunSection(const std::vector<std::string>& args);
 int RunCut(const std::vector<std::string>& args);
 int RunFillHoles(const std::vector<std::string>& args);
 int RunComponents(const std::vector<std::string>& args);
+int RunThickness(const std::vector<std::string>& args);
+int RunOffset(const std::vector<std::string>& args);
+int RunIntersections(const std::vector<std::string>& args);

@@ -27,6 +27,9 @@ const Subcommand kSubcommands[] = {
     {"cut", "cut by a plane into the parts on either side", RunCut},
     {"fill-holes", "close boundary loops with new facets", RunFillHoles},
     {"components", "count the connected pieces, optionally write each", RunComponents},
+    {"thickness", "wall thickness per facet, with its distribution over the area", RunThickness},
+    {"offset", "grow or shrink a mesh by moving its vertices", RunOffset},
+    {"intersections", "find facets that cross each other, optionally delete them", RunIntersections},
 };
 
 void PrintUsage(FILE* out)
