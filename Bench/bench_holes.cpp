@@ -4,6 +4,8 @@
 //     holed mesh that each run starts from is not timed.
 //   BM_FreeBoundaries: LMeshGetConnectedEdgesBatch for free edges on 1 million facets
 //     with 1,000 holes.
+//   BM_LongChain: one free boundary of 100,000 edges gathered and sorted by
+//     LMeshGetConnectedEdges.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -89,7 +91,31 @@ void BM_FreeBoundaries(benchmark::State& state)
     state.SetItemsProcessed(int64_t(state.iterations()) * mesh.facetCount);
 }
 
+// A torus of 100,000 by 4 quads with one ring of quads taken out along its length:
+// a band whose two rims are loops of 100,000 edges.
+L_LUMOMESH& LongBand()
+{
+    static L_LUMOMESH mesh = HoledTorus(100000, 4, {{0, 0, 100000, 1}});
+    return mesh;
+}
+
+void BM_LongChain(benchmark::State& state)
+{
+    L_LUMOMESH& mesh = LongBand();
+    uint32_t seed = 0;
+    while (seed < mesh.edges.count && mesh.edges.Peek(seed)->facet[1] != LM_NONE) ++seed;
+    uint32_t length = 0;
+    for (auto _ : state) {
+        BaseList<uint32_t> edges, vertices;
+        LMeshGetConnectedEdges(mesh, seed, 1e-6f, edges, true, &vertices);
+        length = edges.count;
+    }
+    if (length != 100000) state.SkipWithError("expected a rim of 100,000 edges");
+    state.counters["edges"] = length;
+}
+
 }  // namespace
 
 BENCHMARK(BM_FillHolesInBatch)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_FreeBoundaries)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LongChain)->Unit(benchmark::kMillisecond);
