@@ -659,13 +659,54 @@ struct LM_THICKNESS_PARAMS {
     uint8_t useRay = 0;             // also take the ray measure
     wchar_t progressFile[512] = {}; // empty: no progress file
     float minThickness = 0.0f;      // lower clamp, stored divided by 1000
-    float maxThickness = 0.0f;      // upper clamp, stored divided by 1000
-    double angle = 0.0;             // degrees: filter and gap-fill angle limit
-    double smoothAngle = 0.0;       // degrees: smoothing and gap-fill angle limit
+    float maxThickness = 1e30f;     // upper clamp, stored divided by 1000 (default: none)
+    double angle = 90.0;            // degrees: a pair closer than this in direction does not face
+    double smoothAngle = 30.0;      // degrees: smoothing and gap-fill angle limit
     uint8_t applyFilter = 0;
     uint8_t applyGapFill = 0;
-    uint8_t applyHistogram = 0;
+    uint8_t applyHistogram = 0;     // inside the filter stages, drop rare small patches first
 };
+
+// Inscribed-ball thickness of the listed facets of a closed mesh. Works on a private
+// copy welded within 0.001 and turned to face inward; the mesh is not touched. Writes
+// position i of each output for the facet listed at i: the radius of the largest ball
+// touching the facet's centroid from inside (half the wall thickness; -1 when none
+// within 0.51 of the box's smallest extent), the facet that stops it (LM_NONE when
+// none was ever found), and the distance from the centroid to where the ball touches
+// it (0 with no ball). Returns how many cubes of the smallest extent fill the box
+// (the product of the per-axis counts), a size figure rather than a status.
+int LMeshComputeThickness(const L_LUMOMESH& mesh, const BaseList<uint32_t>& facets, BaseList<float>& radius,
+                          BaseList<uint32_t>& opposite, BaseList<float>& contactDistance, double minDistance);
+// The full analysis with the settings of params: a second mesh to stop on, the ray
+// measure, parity verification, a progress file, and the filter stages (histogram
+// cleaning, angle filter and clamps, smoothing, gap fill). The copy is welded within
+// 1e-5. With no facet list the outputs are replaced by one entry per facet slot;
+// with one, they are written by list position. boxes (if given) receives the copy's
+// box set. Always 1.
+int LMeshComputeThickness(const L_LUMOMESH& mesh, BaseList<float>& radius, BaseList<uint32_t>& opposite,
+                          BaseList<float>& contactDistance, LM_THICKNESS_PARAMS& params, BaseList<uint32_t>* facets,
+                          BaseList<LM_BOX>* boxes);
 
 // ---- Cleanup after offset --------------------------------------------------------------------
 
+// Cuts away what an offset made pass through itself. Walks breadth first from each live
+// seed over neighbours by vertices; a neighbour that crosses another facet (adaptive
+// boxes of 500) is replaced by triangles over its part on the outer side of the facets
+// it crosses, with their crossing segments as its new border, and is not walked
+// through. Then the mesh goes through the binary STL file
+// "_templmeshoffsetcleanup28092009_.stl" appended directly to `folder` (end it with a
+// separator to name a directory), loaded back merged within 0.001, and is welded,
+// oriented outward and cleared of repeated facets. Normals are recomputed and facets
+// oriented first, even with no seeds. 0 done; -1 when the file cannot be written or
+// read back (the cut pieces then stay in the mesh unwelded) or `folder` is null
+// (nothing done). The file is removed in every case.
+short LMeshCleanUpAfterOffset(L_LUMOMESH& mesh, const BaseList<uint32_t>& facets, const wchar_t* folder);
+// Positions between two states of one mesh (same vertex ids), for showing an offset
+// step by step. Start records the corners of the listed facets of `first` with their
+// way to `second`; 1 on success, 0 if memory runs out. Get moves those vertices of
+// `mesh` to step / steps of the way (float division); 0, with nothing moved, when no
+// state is held or `mesh` has another facet count than `first` had. End releases the
+// state. Process-wide state: one caller at a time.
+short LMeshStartIntermediateMesh(const L_LUMOMESH& first, const L_LUMOMESH& second, const BaseList<uint32_t>& facets);
+short LMeshGetIntermediateMesh(int step, int steps, L_LUMOMESH& mesh);
+void LMeshEndIntermediateMesh();

@@ -148,3 +148,14 @@ double LargestExtent(const L_LUMOMESH& mesh)
     return std::max({mesh.bboxMax[0] - mesh.bboxMin[0], mesh.bboxMax[1] - mesh.bboxMin[1],
                      mesh.bboxMax[2] - mesh.bboxMin[2], 0.0f});
 }
+
+std::vector<uint32_t> FindCrossingFacets(L_LUMOMESH& mesh, float minimumLength, float tolerance)
+{
+    BaseList<uint32_t> found;
+    LMeshDeleteIntersections(mesh, minimumLength, tolerance, nullptr, &found, false);
+    std::vector<uint32_t> ids;
+    for (uint32_t i = 0; i < found.count; ++i) ids.push_back(*found.Peek(i));
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    return ids;
+}

@@ -56,3 +56,7 @@ bool ParsePlaneOption(const char* command, const std::string& text, L_PLANE& pla
 
 // The largest extent of the stored box, 0 for an empty box.
 double LargestExtent(const L_LUMOMESH& mesh);
+
+// The live facets that cross another facet of the mesh (LMeshDeleteIntersections
+// without deleting), ascending, each once.
+std::vector<uint32_t> FindCrossingFacets(L_LUMOMESH& mesh, float minimumLength, float tolerance);
