@@ -218,61 +218,95 @@ int NearestSide(const Triangle& facet, const L_POINT& p)
     return nearest;
 }
 
-// The crossings head to tail: from the start nearest the facet's border, each step
-// takes the unused segment whose start is nearest to where the last one ended.
-Polygon ChainSeam(const Triangle& facet, const std::vector<Crossing>& crossings)
+// The crossings head to tail, as pieces of seam: from the start nearest the facet's
+// border, each step takes the unused segment that starts where the last one ended;
+// where none does, a new piece begins. A facet that the other sheet's border passes
+// in and out of more than once has several pieces.
+std::vector<Polygon> ChainSeams(const Triangle& facet, const std::vector<Crossing>& crossings)
 {
     const auto border = [&](const L_POINT& p) {
         const int side = NearestSide(facet, p);
         return DistanceToLine(p, facet.Corner(side), facet.Corner((side + 1) % 3));
     };
-    size_t current = 0;
-    for (size_t i = 1; i < crossings.size(); ++i)
-        if (border(crossings[i].start) < border(crossings[current].start)) current = i;
+    const size_t none = crossings.size();
     std::vector<bool> used(crossings.size(), false);
-    Polygon seam{crossings[current].start};
-    for (;;) {
-        used[current] = true;
-        const L_POINT& end = crossings[current].end;
-        if (!Coincide(seam.back(), crossings[current].start)) seam.push_back(crossings[current].start);
-        seam.push_back(end);
-        size_t next = crossings.size();
+    std::vector<Polygon> seams;
+    for (size_t left = crossings.size(); left > 0;) {
+        size_t current = none;
         for (size_t i = 0; i < crossings.size(); ++i)
-            if (!used[i] && (next == crossings.size() || Length(Minus(crossings[i].start, end)) <
-                                                             Length(Minus(crossings[next].start, end))))
-                next = i;
-        if (next == crossings.size()) break;
-        current = next;
+            if (!used[i] && (current == none || border(crossings[i].start) < border(crossings[current].start)))
+                current = i;
+        Polygon seam{crossings[current].start};
+        while (current != none) {
+            used[current] = true;
+            --left;
+            const L_POINT& end = crossings[current].end;
+            seam.push_back(end);
+            current = none;
+            for (size_t i = 0; i < crossings.size(); ++i)
+                if (!used[i] && Coincide(crossings[i].start, end)) current = i;
+        }
+        seams.push_back(seam);
     }
-    return seam;
+    return seams;
 }
 
-// How far along side k (from corner k) p lies, as a fraction of the side.
-double AlongSide(const Triangle& facet, int k, const L_POINT& p)
+// Where p lies on the facet's border, counted in the winding from corner 0: side k
+// covers [k, k + 1].
+double BorderPosition(const Triangle& facet, const L_POINT& p)
 {
+    const int k = NearestSide(facet, p);
     const L_POINT a = facet.Corner(k), direction = Minus(facet.Corner((k + 1) % 3), a);
     const double squared = Dot(direction, direction);
-    return squared > 0.0 ? Dot(Minus(p, a), direction) / squared : 0.0;
+    const double along = squared > 0.0 ? Dot(Minus(p, a), direction) / squared : 0.0;
+    return k + std::min(std::max(along, 0.0), 1.0);
 }
 
-// The kept part in the facet's winding: the corners met going from the side where the
-// seam enters to the side where it leaves, then the seam backwards. Corners come first
-// so that a fan from point 0 never spans three seam points, which may lie in a line.
-Polygon BuildKeptPolygon(const Triangle& facet, const Polygon& seam)
+// How far the border runs in the winding from position `from` to `to`, in (0, 3].
+double BorderRun(double from, double to)
 {
-    Polygon polygon;
-    const int entry = NearestSide(facet, seam.front()), exit = NearestSide(facet, seam.back());
-    int corners = (exit - entry + 3) % 3;
-    // Entering and leaving by one side: the kept part holds either no corner or all three.
-    if (corners == 0 && AlongSide(facet, entry, seam.front()) > AlongSide(facet, entry, seam.back())) corners = 3;
-    for (int i = 1; i <= corners; ++i) polygon.push_back(facet.Corner((entry + i) % 3));
-    polygon.insert(polygon.end(), seam.rbegin(), seam.rend());
-    // Where a corner lies on the seam it appears twice; once is enough.
-    Polygon distinct;
-    for (const L_POINT& p : polygon)
-        if (distinct.empty() || !Coincide(distinct.back(), p)) distinct.push_back(p);
-    while (distinct.size() > 1 && Coincide(distinct.front(), distinct.back())) distinct.pop_back();
-    return distinct;
+    const double run = std::fmod(to - from + 3.0, 3.0);
+    return run > 0.0 ? run : 3.0;
+}
+
+void AppendDistinct(Polygon& polygon, const L_POINT& p)
+{
+    if (polygon.empty() || !Coincide(polygon.back(), p)) polygon.push_back(p);
+}
+
+// The kept parts in the facet's winding. Each part runs along a seam backwards, from
+// where it leaves the facet to where it enters, then along the border past the corners
+// to where the first seam after that leaves, and so on until it closes. Corners come
+// before the next seam, so a fan from point 0 of a part of four never spans three
+// seam points, which may lie in a line.
+std::vector<Polygon> BuildKeptPolygons(const Triangle& facet, const std::vector<Polygon>& seams)
+{
+    std::vector<double> entry, exit;
+    for (const Polygon& seam : seams) {
+        entry.push_back(BorderPosition(facet, seam.front()));
+        exit.push_back(BorderPosition(facet, seam.back()));
+    }
+    std::vector<bool> used(seams.size(), false);
+    std::vector<Polygon> parts;
+    for (size_t first = 0; first < seams.size(); ++first) {
+        Polygon part;
+        for (size_t s = first; !used[s];) {
+            used[s] = true;
+            size_t next = s;  // the seam that leaves first after this one enters
+            for (size_t t = 0; t < seams.size(); ++t)
+                if (BorderRun(entry[s], exit[t]) < BorderRun(entry[s], exit[next])) next = t;
+            const double run = BorderRun(entry[s], exit[next]);
+            for (int step = 1; step <= 3; ++step) {
+                const int corner = (int(std::floor(entry[s])) + step) % 3;
+                if (BorderRun(entry[s], corner) < run) AppendDistinct(part, facet.Corner(corner));
+            }
+            for (auto p = seams[next].rbegin(); p != seams[next].rend(); ++p) AppendDistinct(part, *p);
+            s = next;
+        }
+        while (part.size() > 1 && Coincide(part.front(), part.back())) part.pop_back();
+        if (!part.empty()) parts.push_back(part);
+    }
+    return parts;
 }
 
 class TriangleSink {
@@ -334,7 +368,7 @@ void CutFacet(const L_LUMOMESH& mesh, uint32_t f, const std::vector<Crossing>& c
     Triangle facet;
     if (!ReadTriangle(mesh, f, facet)) return;
     TriangleSink sink(added, mesh.facets.Peek(f)->groupId);
-    Triangulate(BuildKeptPolygon(facet, ChainSeam(facet, crossings)), sink);
+    for (Polygon& part : BuildKeptPolygons(facet, ChainSeams(facet, crossings))) Triangulate(part, sink);
 }
 
 // ---- The walk --------------------------------------------------------------------------
