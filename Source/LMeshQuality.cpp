@@ -11,7 +11,7 @@
 #include <cmath>
 #include <functional>
 
-#include "LMesh.h"
+#include "LMeshQuality.h"
 
 namespace {
 
@@ -132,6 +132,8 @@ uint32_t ExtremeInnerAngle(const L_LUMOMESH& mesh, uint32_t facet, float& angle,
     return corners.vertex[index];
 }
 
+}  // namespace
+
 // The shape factor's pieces work on three points alone, so that thickness analysis,
 // which needs the factor unclamped, can share them through a private header.
 float TriangleInradius(const float* p0, const float* p1, const float* p2)
@@ -154,6 +156,8 @@ double ShapeFactor(const float* p0, const float* p1, const float* p2)
 {
     return 2.0f * TriangleInradius(p0, p1, p2) / TriangleCircumradius(p0, p1, p2);
 }
+
+namespace {
 
 // Clamped to [0, 1] for the searches. Not-a-number (two coincident corners give 0/0)
 // stays so, and such a facet lies in no range and no bin.

@@ -1,0 +1,12 @@
+// Comparisons with a computational-geometry library, built only when it is installed
+// (LMESH_BENCH_CGAL). Plain functions, so that its headers compile in a target of
+// their own, away from this project's warning flags.
+#pragma once
+
+#include <vector>
+
+// Raw shape-diameter values of a closed triangle surface (three coordinates per
+// vertex, three vertex indices per triangle), one per triangle in triangle order,
+// with the peer's default cone and rays and no smoothing; -1 where no ray came back.
+// The surface is built into the peer's own mesh first.
+std::vector<double> PeerShapeDiameters(const std::vector<float>& coords, const std::vector<int>& indices);
