@@ -383,6 +383,7 @@ void ThicknessContext::VisitFacet(uint32_t i)
         results.radius[i] = kNoBall;
         results.contactDistance[i] = 0.0f;
         results.selected[i] = 0;
+        if (settings.useRay) rayValues.push_back(kNoBall);  // one value per facet visited
         return;
     }
     RunNeighbourStage(i);
