@@ -111,8 +111,10 @@ std::vector<uint32_t> CornersOf(const L_LUMOMESH& mesh, const BaseList<uint32_t>
     for (uint32_t i = 0; i < facets.count; ++i) {
         const LM_FACET* facet = mesh.facets.Peek(*facets.Peek(i));
         if (!facet || !(facet->flags & LM_LIVE)) continue;
-        for (uint32_t vertex : facet->vertex)
+        for (int k = 0; k < 3; ++k) {
+            const uint32_t vertex = facet->vertex[k];  // by value: the record is packed
             if (seen.insert(vertex).second) corners.push_back(vertex);
+        }
     }
     return corners;
 }
