@@ -29,14 +29,6 @@ bool IsLiveFacet(const L_LUMOMESH& mesh, uint32_t f)
 
 void Kill(uint8_t& flags) { flags &= uint8_t(~LM_LIVE); }
 
-bool AppendId(BaseList<uint32_t>& list, uint32_t id)
-{
-    uint32_t* slot = list.At(list.count);
-    if (!slot) return false;
-    *slot = id;
-    return true;
-}
-
 bool HasEnd(const LM_EDGE& edge, uint32_t v) { return edge.vertex[0] == v || edge.vertex[1] == v; }
 
 bool Joins(const LM_EDGE& edge, uint32_t a, uint32_t b)
@@ -95,11 +87,11 @@ void ClassifyFacet(const L_LUMOMESH& mesh, uint32_t f, const LM_TOLERANCES& tole
     if (LMeshLargestInnerAngleOfTriangle(mesh, f, largest, corner, angles) == LM_NONE) return;  // broken facet
     const float length = LMeshShortestEdgeLength(mesh, f, shortest);
     if (HasFlatAngle(angles, angleTolerance)) {
-        AppendId(urgent, shortest);
+        AppendTo(urgent, shortest);
     } else if (LMeshTriangleAspectRatio(mesh, f) > tolerances.skinnyAspectRatio) {
         byLength.push_back({shortest, length});
     } else if (LMeshTriangleArea(mesh, f) < tolerances.minimumArea) {
-        AppendId(urgent, shortest);
+        AppendTo(urgent, shortest);
     } else if (!(length > tolerances.skinnyEdgeLength)) {
         byLength.push_back({shortest, length});
     }
@@ -109,7 +101,7 @@ BaseList<uint32_t> EdgesShortestFirst(std::vector<EdgeAndLength>& byLength)
 {
     std::stable_sort(byLength.begin(), byLength.end(), ShorterThan);
     BaseList<uint32_t> edges;
-    for (const EdgeAndLength& entry : byLength) AppendId(edges, entry.edge);
+    for (const EdgeAndLength& entry : byLength) AppendTo(edges, entry.edge);
     return edges;
 }
 
@@ -399,7 +391,7 @@ struct ShapeFactorCollapse {
     void Note(uint32_t f)
     {
         noted[f] = 1;
-        AppendId(deletions, f);
+        AppendTo(deletions, f);
     }
 
     bool TryMove(uint32_t x, uint32_t y, uint32_t collapsed, uint32_t g0, uint32_t g1)

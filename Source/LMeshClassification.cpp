@@ -28,14 +28,6 @@ constexpr uint32_t kMaxCentreSteps = 100000;
 constexpr float kWideningFactor = 100.0f;
 constexpr float kToleranceStep = 10.0f;
 
-bool AppendId(BaseList<uint32_t>& list, uint32_t id)
-{
-    uint32_t* slot = list.At(list.count);
-    if (!slot) return false;
-    *slot = id;
-    return true;
-}
-
 bool ReadPoint(const L_LUMOMESH& mesh, uint32_t v, L_POINT& p)
 {
     const LM_VERTEX* vertex = mesh.vertices.Peek(v);
@@ -313,9 +305,7 @@ bool ClassifyPiece(const L_LUMOMESH& mesh, BaseList<uint32_t>& piece, BaseList<L
     if (!BuildPolyline(mesh, vertices, polyline)) return false;
     L_ELEMENT element;
     if (SimplifyPiece(polyline, tolerances, widen, element) || FitCircleArc(polyline, true, nullptr, element)) {
-        L_ELEMENT* slot = elements.At(elements.count);
-        if (slot) *slot = element;
-        return slot != nullptr;
+        return AppendTo(elements, element);
     }
     BaseList<uint32_t>* slot = remainingPaths.At(remainingPaths.count);
     if (slot) *slot = piece;
@@ -384,7 +374,7 @@ void WalkOutward(const L_LUMOMESH& mesh, const EdgesByVertex& byVertex, PathStat
         if (around.size() != 2) return;
         const uint32_t next = around[0] != came && around[0] != first ? around[0] : around[1];
         if (next == came || next == first) return;
-        AppendId(path, next);
+        AppendTo(path, next);
         state.usedEdge[next] = true;
         came = next;
         v = OtherEnd(mesh, next, v);
@@ -416,7 +406,7 @@ bool LMeshClassifyConnectedEdgesToElements(const L_LUMOMESH& mesh, BaseList<uint
     for (uint32_t number = 1; number <= pieces; ++number) {
         BaseList<uint32_t> piece(16, 128);
         for (uint32_t i = 0; i < edges.count; ++i)
-            if (labels[i] == number) AppendId(piece, *edges.Peek(i));
+            if (labels[i] == number) AppendTo(piece, *edges.Peek(i));
         if (!ClassifyPiece(mesh, piece, elements, remainingPaths, tolerances, widenSimplification)) return false;
     }
     return elements.count > 0;
@@ -450,7 +440,7 @@ bool LMeshClassifyConnectedEdgesToPaths(const L_LUMOMESH& mesh, const BaseList<u
     for (uint32_t first = FindPathStart(byVertex, state); first != LM_NONE; first = FindPathStart(byVertex, state)) {
         BaseList<uint32_t>* path = NewPath(paths);
         if (!path) return false;
-        AppendId(*path, first);
+        AppendTo(*path, first);
         state.usedEdge[first] = true;
         const LM_EDGE* edge = mesh.edges.Peek(first);
         const uint32_t ends[2] = {edge->vertex[0], edge->vertex[1]};
@@ -463,7 +453,7 @@ bool LMeshClassifyConnectedEdgesToPaths(const L_LUMOMESH& mesh, const BaseList<u
         state.usedEdge[e] = true;
         BaseList<uint32_t>* path = NewPath(paths);
         if (!path) return false;
-        AppendId(*path, e);
+        AppendTo(*path, e);
     }
     return true;
 }

@@ -24,22 +24,6 @@ constexpr short kNoSeed = -1;
 constexpr short kNoNeighbours = -2;
 constexpr float kFreeEdgeValue = -1.0f;
 
-bool AppendId(BaseList<uint32_t>& list, uint32_t id)
-{
-    uint32_t* slot = list.At(list.count);
-    if (!slot) return false;
-    *slot = id;
-    return true;
-}
-
-std::vector<uint32_t> ToVector(const BaseList<uint32_t>& list)
-{
-    std::vector<uint32_t> out;
-    out.reserve(list.count);
-    for (uint32_t i = 0; i < list.count; ++i) out.push_back(*list.Peek(i));
-    return out;
-}
-
 void Assign(BaseList<uint32_t>& list, const std::vector<uint32_t>& ids)
 {
     if (!list.SetSize(uint32_t(ids.size()))) return;
@@ -135,8 +119,8 @@ std::vector<uint32_t> WalkChain(const std::vector<uint32_t>& edges, const std::v
     const bool startsAtFirstEnd = TouchedByOthers(uses, ends[0], 0);
     uint32_t current = ends[0].v[startsAtFirstEnd ? 0 : 1];
     if (vertices) {
-        AppendId(*vertices, ends[0].v[startsAtFirstEnd ? 1 : 0]);
-        AppendId(*vertices, current);
+        AppendTo(*vertices, ends[0].v[startsAtFirstEnd ? 1 : 0]);
+        AppendTo(*vertices, current);
     }
     std::vector<bool> taken(edges.size(), false);
     taken[0] = true;
@@ -148,7 +132,7 @@ std::vector<uint32_t> WalkChain(const std::vector<uint32_t>& edges, const std::v
         taken[j] = true;
         order.push_back(edges[j]);
         current = ends[j].v[0] == current ? ends[j].v[1] : ends[j].v[0];
-        if (vertices) AppendId(*vertices, current);
+        if (vertices) AppendTo(*vertices, current);
     }
     for (size_t i = 0; i < edges.size(); ++i)
         if (!taken[i]) order.push_back(edges[i]);
@@ -283,7 +267,7 @@ short LMeshGetConnectedEdges(const L_LUMOMESH& mesh, uint32_t seed, float tolera
                              bool sort, BaseList<uint32_t>* vertices)
 {
     if (seed == LM_NONE) return kNoSeed;
-    if (!AppendId(edges, seed)) return kChainDone;
+    if (!AppendTo(edges, seed)) return kChainDone;
     const float seedCurvature = EdgeCurvature(mesh, seed);
     std::unordered_set<uint32_t> listed;
     listed.reserve(edges.count * 2);
@@ -297,7 +281,7 @@ short LMeshGetConnectedEdges(const L_LUMOMESH& mesh, uint32_t seed, float tolera
         for (uint32_t k = 0; k < around.count; ++k) {
             const uint32_t neighbour = *around.Peek(k);
             if (!(std::fabs(EdgeCurvature(mesh, neighbour) - seedCurvature) < tolerance)) continue;
-            if (listed.insert(neighbour).second) AppendId(edges, neighbour);
+            if (listed.insert(neighbour).second) AppendTo(edges, neighbour);
         }
     }
     if (sort) LMeshSortEdges(mesh, edges, vertices);

@@ -19,14 +19,6 @@ namespace {
 
 bool IsLive(uint8_t flags) { return (flags & LM_LIVE) != 0; }
 
-bool AppendId(BaseList<uint32_t>& list, uint32_t id)
-{
-    uint32_t* slot = list.At(list.count);
-    if (!slot) return false;
-    *slot = id;
-    return true;
-}
-
 // The positions of the facet's corners in stored order; false when a corner lies
 // past the vertex store.
 bool ReadCorners(const L_LUMOMESH& mesh, const LM_FACET& facet, float corners[3][3])
@@ -134,7 +126,7 @@ struct EqualFacetSweep {
     void Reject(uint32_t facet)
     {
         alive[facet] = 0;
-        AppendId(found, facet);
+        AppendTo(found, facet);
     }
 
     // From key i on, rejects the alive keys that follow within tolerance, keeping the
@@ -234,7 +226,7 @@ bool LMeshFindAreaZeroFacets(const L_LUMOMESH& mesh, float tolerance, BaseList<u
         if (!ReadCorners(mesh, facet, corners)) continue;  // corner past the vertex store: skipped
         // A needle whose Heron product rounds negative has a NaN area, fails the
         // comparison and is kept: the other repairs deal with it.
-        if (tolerance >= HeronTriangleArea(corners[0], corners[1], corners[2])) AppendId(*facets, f);
+        if (tolerance >= HeronTriangleArea(corners[0], corners[1], corners[2])) AppendTo(*facets, f);
     }
     return facets->count > 0;
 }
@@ -277,7 +269,7 @@ uint32_t LMeshDeleteLoopingTriangles(L_LUMOMESH& mesh)
         const uint32_t tip = TipBetweenBorderEdges(mesh, facet);
         if (tip >= facetsAt.size()) continue;  // no shared tip, or one past the vertex store
         const uint32_t others = facetsAt[tip] - (HasCorner(facet, tip) ? 1 : 0);
-        if (others > 0) AppendId(looping, f);
+        if (others > 0) AppendTo(looping, f);
     }
     // Called even with nothing listed: it rebuilds flags, links and counts.
     LMeshDeleteFacets(mesh, looping);

@@ -38,15 +38,6 @@ constexpr uint32_t kBoundsTableGrowth = 256;
 constexpr uint32_t kBoundsPage = 4096;
 constexpr L_BOUNDS kEmptyBounds = {{DBL_MAX, DBL_MAX, DBL_MAX}, {-DBL_MAX, -DBL_MAX, -DBL_MAX}};
 
-// Appends through At; false only when memory runs out.
-bool AppendId(BaseList<uint32_t>& list, uint32_t id)
-{
-    uint32_t* slot = list.At(list.count);
-    if (!slot) return false;
-    *slot = id;
-    return true;
-}
-
 bool Overlaps(const L_BOUNDS& a, const L_BOUNDS& b)
 {
     short overlap = 0;
@@ -90,7 +81,7 @@ FacetBoundsList BoxFacetBounds(const L_LUMOMESH& mesh)
 bool CollectFacetsInBox(const FacetBoundsList& bounds, const L_BOUNDS& box, BaseList<uint32_t>& facets)
 {
     for (uint32_t f = 0; f < bounds.count; ++f)
-        if (Overlaps(*bounds.Peek(f), box) && !AppendId(facets, f)) return false;
+        if (Overlaps(*bounds.Peek(f), box) && !AppendTo(facets, f)) return false;
     return true;
 }
 
@@ -376,7 +367,7 @@ short LMeshBoxFacetsIndexTable(const L_LUMOMESH& mesh, const BaseList<LM_BOX>& b
         for (uint32_t i = 0; i < facets.count; ++i) {
             const uint32_t f = *facets.Peek(i);
             if (f >= table.count) continue;  // id past the facet store: no entry to list it in
-            AppendId(table.At(f)->facets, b);
+            AppendTo(table.At(f)->facets, b);
         }
     }
     return 0;
@@ -399,7 +390,7 @@ bool LMeshBoxVertices(const L_LUMOMESH& mesh, uint32_t n, const L_BOUNDSf& bound
         BaseList<uint32_t>& cell = *cells.At(uint32_t(index));
         // Ids arrive in ascending order, so a repeat could only be the cell's last entry.
         if (cell.count > 0 && *cell.Peek(cell.count - 1) == v) continue;
-        AppendId(cell, v);
+        AppendTo(cell, v);
     }
     return true;
 }
@@ -432,7 +423,7 @@ bool LMeshBoxEdges(const L_LUMOMESH& mesh, uint32_t n, const L_BOUNDSf& bounds, 
             index[s] = CellIndex(frame, samples[s]);
             if (index[s] >= cells.count) return false;
         }
-        for (int s = 0; s < 5; ++s) AppendId(*cells.At(uint32_t(index[s])), e);
+        for (int s = 0; s < 5; ++s) AppendTo(*cells.At(uint32_t(index[s])), e);
     }
     return true;
 }

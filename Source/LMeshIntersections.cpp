@@ -350,10 +350,7 @@ public:
 
     void Report(uint32_t g)
     {
-        if (output_) {
-            uint32_t* slot = output_->At(output_->count);
-            if (slot) *slot = g;  // out of memory: the id is not listed
-        }
+        if (output_) AppendTo(*output_, g);  // out of memory: the id is not listed
         if (!deleting_) return;
         mesh_.facets.At(g)->flags &= uint8_t(~LM_LIVE);
         removed_.push_back(g);
@@ -365,8 +362,7 @@ public:
         BaseList<uint32_t> list;
         for (uint32_t g : removed_) {
             mesh_.facets.At(g)->flags |= LM_LIVE;
-            uint32_t* slot = list.At(list.count);
-            if (slot) *slot = g;
+            AppendTo(list, g);
         }
         LMeshDeleteFacets(mesh_, list);
     }

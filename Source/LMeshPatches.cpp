@@ -29,22 +29,6 @@ constexpr uint32_t kStorePage = 4096;
 
 bool IsLive(uint8_t flags) { return (flags & LM_LIVE) != 0; }
 
-bool AppendId(BaseList<uint32_t>& list, uint32_t id)
-{
-    uint32_t* slot = list.At(list.count);
-    if (!slot) return false;
-    *slot = id;
-    return true;
-}
-
-std::vector<uint32_t> ToVector(const BaseList<uint32_t>& list)
-{
-    std::vector<uint32_t> ids;
-    ids.reserve(list.count);
-    for (uint32_t i = 0; i < list.count; ++i) ids.push_back(*list.Peek(i));
-    return ids;
-}
-
 // The first link of the edge that is neither empty nor `facet` itself.
 uint32_t FacetAcross(const LM_EDGE& edge, uint32_t facet)
 {
@@ -120,7 +104,7 @@ public:
             const uint32_t f = *queue.Peek(i);
             const Neighbours around = NeighboursByCorners(mesh_, f);
             for (int k = 0; k < around.count; ++k)
-                if (Crosses(f, around.ids[k]) && !AppendId(queue, around.ids[k])) return false;
+                if (Crosses(f, around.ids[k]) && !AppendTo(queue, around.ids[k])) return false;
         }
         return true;
     }
@@ -135,7 +119,7 @@ public:
             for (int k = 0; k < around.count; ++k) {
                 const uint32_t next = around.ids[k];
                 if (!Crosses(f, next)) continue;
-                if (output && !AppendId(*output, next)) return false;
+                if (output && !AppendTo(*output, next)) return false;
                 stack.push_back(next);
             }
         }
@@ -209,7 +193,7 @@ BaseList<uint32_t> CollectPatchBoundary(const L_LUMOMESH& mesh, const std::vecto
         for (int k = 0; k < 3; ++k) {
             const uint32_t e = facet->edge[k];
             const LM_EDGE* edge = mesh.edges.Peek(e);
-            if (edge && BoundsGroup(mesh, *edge, f, group) && reported.insert(e).second) AppendId(boundary, e);
+            if (edge && BoundsGroup(mesh, *edge, f, group) && reported.insert(e).second) AppendTo(boundary, e);
         }
     }
     return boundary;
@@ -264,7 +248,7 @@ private:
     bool FloodComponent(const L_LUMOMESH& mesh, uint32_t seed)
     {
         component_.Clear();
-        if (!AppendId(component_, seed)) return false;
+        if (!AppendTo(component_, seed)) return false;
         *visited_.At(seed) = 1;
         for (uint32_t i = 0; i < component_.count; ++i) {
             const uint32_t f = *component_.Peek(i);
@@ -275,7 +259,7 @@ private:
                 const uint32_t next = FacetAcross(*edge, f);
                 if (next >= visited_.count || *visited_.Peek(next)) continue;  // also a link past the store
                 *visited_.At(next) = 1;
-                if (!AppendId(component_, next)) return false;
+                if (!AppendTo(component_, next)) return false;
             }
         }
         return true;
@@ -286,7 +270,7 @@ private:
     {
         rest_.Clear();
         for (uint32_t f = seed; f < mesh.facets.count; ++f)
-            if (IsLive(mesh.facets.Peek(f)->flags) && !*visited_.Peek(f) && !AppendId(rest_, f)) return false;
+            if (IsLive(mesh.facets.Peek(f)->flags) && !*visited_.Peek(f) && !AppendTo(rest_, f)) return false;
         return true;
     }
 
@@ -314,12 +298,12 @@ bool LMeshFindNeighborFacets(const L_LUMOMESH& mesh, uint32_t seed, LM_FACET_FIL
     if (facets) facets->Clear();
     fill.Take(seed);
     if (depthFirst) {
-        if (facets && !AppendId(*facets, seed)) return false;
+        if (facets && !AppendTo(*facets, seed)) return false;
         return fill.DepthFirst(seed, facets);
     }
     BaseList<uint32_t> localQueue;
     BaseList<uint32_t>& queue = facets ? *facets : localQueue;
-    return AppendId(queue, seed) && fill.BreadthFirst(queue);
+    return AppendTo(queue, seed) && fill.BreadthFirst(queue);
 }
 
 bool LMeshFindFacetsByAngularDeviation(const L_LUMOMESH& mesh, uint32_t seed, float limit, BaseList<uint32_t>* facets)
@@ -342,7 +326,7 @@ bool LMeshFindBorderFacets(const L_LUMOMESH& mesh, BaseList<uint32_t>* facets)
     const uint32_t before = facets->count;
     for (uint32_t f = 0; f < mesh.facets.count; ++f) {
         const LM_FACET& facet = *mesh.facets.Peek(f);
-        if (IsLive(facet.flags) && HasFreeSide(mesh, facet) && !AppendId(*facets, f)) break;
+        if (IsLive(facet.flags) && HasFreeSide(mesh, facet) && !AppendTo(*facets, f)) break;
     }
     return facets->count > before;
 }
@@ -355,7 +339,7 @@ void LMeshConstructFacetHashTable(const L_LUMOMESH& mesh, uint32_t tableSize, Ba
         const LM_FACET& facet = *mesh.facets.Peek(f);
         const uint32_t group = facet.groupId;
         if (!IsLive(facet.flags) || group >= table.count) continue;  // a group past the table has no entry
-        AppendId(*table.At(group), f);
+        AppendTo(*table.At(group), f);
     }
 }
 
@@ -387,7 +371,7 @@ void LMeshGetBoundaryFacetsOfAPatch(const L_LUMOMESH& mesh, uint32_t groupId, Ba
         LMeshGetFacetsAroundFacetByEdges(mesh, f, around);
         for (uint32_t i = 0; i < around.count; ++i) {
             const LM_FACET* neighbour = mesh.facets.Peek(*around.Peek(i));
-            if (neighbour && neighbour->groupId != facet->groupId) AppendId(facets, f);
+            if (neighbour && neighbour->groupId != facet->groupId) AppendTo(facets, f);
         }
     }
 }

@@ -227,8 +227,7 @@ void DeleteFacetsOnPlaneSide(L_LUMOMESH& mesh, const PlaneEquation& equation, in
         ComputeFacetCentroid(mesh, f, centroid);
         const L_POINT c = {centroid[0], centroid[1], centroid[2]};
         if (!(sign * equation.At(c) >= 0.0)) continue;
-        uint32_t* slot = doomed.At(doomed.count);
-        if (slot) *slot = f;  // out of memory: the facet stays
+        AppendTo(doomed, f);  // out of memory: the facet stays
     }
     LMeshDeleteFacets(mesh, doomed);
 }

@@ -84,12 +84,6 @@ L_POINT Widen(const LM_VERTEX& vertex)
     return {vertex.position[0], vertex.position[1], vertex.position[2]};
 }
 
-void AppendId(BaseList<uint32_t>& list, uint32_t id)
-{
-    uint32_t* slot = list.At(list.count);
-    if (slot) *slot = id;  // out of memory: the id is lost, nothing is written
-}
-
 // Cuts one facet record; a corner past the vertex store leaves it uncut.
 void CutFacet(const L_LUMOMESH& mesh, const LM_FACET& facet, uint32_t id, const PlaneTriangle& plane,
               const SideTest& sides, List<L_ELEMENT>& elements, BaseList<uint32_t>* facets)
@@ -109,7 +103,7 @@ void CutFacet(const L_LUMOMESH& mesh, const LM_FACET& facet, uint32_t id, const 
         element.SetSegment(segment);
         elements.Append(element);
     }
-    if (facets) AppendId(*facets, id);
+    if (facets) AppendTo(*facets, id);
 }
 
 // Every record of the facet store, dead ones too, page by page in id order.

@@ -245,9 +245,7 @@ bool LMeshFindFacetsByShapeFactorRange(const L_LUMOMESH& mesh, float min, float 
         if (!ReadCorners(mesh, f, corners)) continue;  // corner past the vertex store: skipped
         const double factor = ClampedShapeFactor(corners);
         if (!(factor >= min && factor <= max)) continue;
-        uint32_t* slot = facets->At(facets->count);
-        if (!slot) return false;
-        *slot = f;
+        if (!AppendTo(*facets, f)) return false;
     }
     return facets->count > 0;
 }

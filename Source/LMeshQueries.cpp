@@ -22,15 +22,6 @@ constexpr short kClosedFan = 0;
 constexpr short kOpenFan = 1;
 constexpr short kFailed = -1;
 
-// Appends through At; false only when memory runs out.
-bool AppendId(BaseList<uint32_t>& list, uint32_t id)
-{
-    uint32_t* slot = list.At(list.count);
-    if (!slot) return false;
-    *slot = id;
-    return true;
-}
-
 // Inserts id at pos, shifting the tail by one. Walk lists are as long as a valence,
 // so the shift is cheap.
 bool InsertId(BaseList<uint32_t>& list, uint32_t pos, uint32_t id)
@@ -90,7 +81,7 @@ public:
     }
     // The only guard against a walk that never ends; it counts the caller's entries.
     bool AtLimit() const { return list_ && list_->count >= limit_; }
-    bool Append(uint32_t id) { return !list_ || AppendId(*list_, id); }
+    bool Append(uint32_t id) { return !list_ || AppendTo(*list_, id); }
     bool InsertInFront(uint32_t id)
     {
         if (!list_) return true;
@@ -195,7 +186,7 @@ bool AppendOtherEnds(const L_LUMOMESH& mesh, uint32_t v, const BaseList<uint32_t
     for (uint32_t i = 0; i < end; ++i) {
         const LM_EDGE* edge = mesh.edges.Peek(*edges.Peek(i));
         if (!edge) return false;  // a stale id among the caller's entries
-        if (!AppendId(vertices, edge->vertex[0] != v ? edge->vertex[0] : edge->vertex[1])) return false;
+        if (!AppendTo(vertices, edge->vertex[0] != v ? edge->vertex[0] : edge->vertex[1])) return false;
     }
     return true;
 }
@@ -216,7 +207,7 @@ short CollectAroundCentres(const uint32_t* centres, int centreCount, uint32_t se
             const uint32_t id = *local.Peek(i);
             if (id == self) continue;
             if (c > 0 && ContainsId(out, start, out.count, id)) continue;
-            if (!AppendId(out, id)) return kFailed;
+            if (!AppendTo(out, id)) return kFailed;
         }
     }
     return kClosedFan;
@@ -447,7 +438,7 @@ short LMeshGetFacetsAroundFacetByEdges(const L_LUMOMESH& mesh, const uint32_t& f
         const uint32_t across = edge->facet[0] == self ? edge->facet[1] : edge->facet[0];
         if (across == LM_NONE) {
             freeSide = true;
-        } else if (!AppendId(facets, across)) {
+        } else if (!AppendTo(facets, across)) {
             return kFailed;
         }
     }

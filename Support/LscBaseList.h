@@ -15,6 +15,7 @@
 #include <new>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "LscMemory.h"
 
@@ -326,3 +327,24 @@ private:
         other.count = 0;
     }
 };
+
+// Appends one value at the end; false, with nothing written, when memory runs out.
+// By value, so a field of a packed record can be passed as it stands.
+template <class T, class V>
+bool AppendTo(BaseList<T>& list, V value)
+{
+    T* slot = list.At(list.count);
+    if (!slot) return false;
+    *slot = value;
+    return true;
+}
+
+// The entries in order, as a vector.
+template <class T>
+std::vector<T> ToVector(const BaseList<T>& list)
+{
+    std::vector<T> values;
+    values.reserve(list.count);
+    for (uint32_t i = 0; i < list.count; ++i) values.push_back(*list.Peek(i));
+    return values;
+}

@@ -36,9 +36,7 @@ bool LTreeSSort::GetAllKeys(BaseList<uint32_t>& keys, bool, bool) const
 {
     Tree::Cursor cursor;
     for (bool more = tree_.First(cursor); more; more = tree_.Next(cursor)) {
-        uint32_t* slot = keys.At(keys.count);
-        if (!slot) return Report(false, LTreeErrors::NoMemory);
-        *slot = cursor.key;
+        if (!AppendTo(keys, cursor.key)) return Report(false, LTreeErrors::NoMemory);
     }
     return Report(true, LTreeErrors::None);
 }
