@@ -207,9 +207,19 @@ bool ReadEdgeEnds(const L_LUMOMESH& mesh, uint32_t edge, float ends[2][3])
 }
 
 // Some edge of f and some edge of g have their ends near each other pairwise, in
-// either direction.
+// either direction. An edge record the two share is such a pair whenever the
+// tolerance admits equal positions, which spares reading positions for neighbours.
 bool HaveCommonEdge(const L_LUMOMESH& mesh, const LM_FACET& f, const LM_FACET& g, float tolerance)
 {
+    if (tolerance > 0.0f) {
+        for (int k = 0; k < 3; ++k) {
+            const uint32_t e = f.edge[k];
+            float ends[2][3];
+            if ((e == g.edge[0] || e == g.edge[1] || e == g.edge[2]) && ReadEdgeEnds(mesh, e, ends) &&
+                Near(ends[0], ends[0], tolerance) && Near(ends[1], ends[1], tolerance))
+                return true;
+        }
+    }
     for (int k = 0; k < 3; ++k) {
         float p[2][3];
         if (!ReadEdgeEnds(mesh, f.edge[k], p)) continue;
@@ -236,8 +246,9 @@ struct IntersectionTest {
 
     bool operator()(const LM_FACET& f, const Corners& fc, const LM_FACET& g, const Corners& gc) const
     {
+        if (HaveCommonEdge(mesh, f, g, tolerance)) return false;
         const TriangleCrossing crossing = Cross(fc, gc, planeTolerance);
-        if (!crossing.intersect || crossing.coplanar || HaveCommonEdge(mesh, f, g, tolerance)) return false;
+        if (!crossing.intersect || crossing.coplanar) return false;
         const float s[3] = {float(crossing.start.x), float(crossing.start.y), float(crossing.start.z)};
         const float e[3] = {float(crossing.end.x), float(crossing.end.y), float(crossing.end.z)};
         const float middle[3] = {(s[0] + e[0]) * 0.5f, (s[1] + e[1]) * 0.5f, (s[2] + e[2]) * 0.5f};
@@ -340,6 +351,50 @@ struct Member {
     uint32_t facet;
 };
 
+// The facets of one box by the low end of their range along the box's longest axis.
+// A facet reaching f's range starts no further down than f's low end less the widest
+// member, and no further up than f's high end: only that run is scanned.
+class BoxMembers {
+public:
+    void Fill(const BaseList<uint32_t>& ids, const std::vector<Bounds>& bounds)
+    {
+        Bounds all = BoundsOf(nullptr, 0.0f);
+        for (uint32_t i = 0; i < ids.count; ++i) {
+            const uint32_t id = *ids.Peek(i);
+            if (id >= bounds.size()) continue;
+            members_.push_back({bounds[id], id});
+            for (int k = 0; k < 3; ++k) {
+                all.low[k] = std::min(all.low[k], bounds[id].low[k]);
+                all.high[k] = std::max(all.high[k], bounds[id].high[k]);
+            }
+        }
+        for (int k = 1; k < 3; ++k)
+            if (all.high[k] - all.low[k] > all.high[axis_] - all.low[axis_]) axis_ = k;
+        for (const Member& member : members_) {
+            const float width = member.bounds.high[axis_] - member.bounds.low[axis_];
+            if (width > widest_) widest_ = width;  // an unreadable facet's empty range is skipped
+        }
+        const int axis = axis_;
+        std::sort(members_.begin(), members_.end(),
+                  [axis](const Member& x, const Member& y) { return x.bounds.low[axis] < y.bounds.low[axis]; });
+    }
+
+    void CollectOverlapping(const Bounds& range, uint32_t self, std::vector<uint32_t>& out) const
+    {
+        const int axis = axis_;
+        const float from = range.low[axis] - widest_;
+        auto member = std::lower_bound(members_.begin(), members_.end(), from,
+                                       [axis](const Member& m, float x) { return m.bounds.low[axis] < x; });
+        for (; member != members_.end() && member->bounds.low[axis] <= range.high[axis]; ++member)
+            if (member->facet != self && Overlap(member->bounds, range)) out.push_back(member->facet);
+    }
+
+private:
+    std::vector<Member> members_;
+    int axis_ = 0;
+    float widest_ = 0.0f;
+};
+
 // Reports g: listed, and with deleting on, taken out of every later test.
 class Findings {
 public:
@@ -421,17 +476,8 @@ void SearchBoxes(const L_LUMOMESH& mesh, double planeTolerance, const PairTest& 
         const bool readable = ReadCorners(mesh, *mesh.facets.Peek(f), corners);
         bounds[f] = BoundsOf(readable ? &corners : nullptr, margin);
     }
-    // Members of each box by their lowest x, so a scan stops at the first beyond f.
-    std::vector<std::vector<Member>> members(boxes.count);
-    for (uint32_t b = 0; b < boxes.count; ++b) {
-        const BaseList<uint32_t>& ids = boxes.Peek(b)->facets;
-        for (uint32_t i = 0; i < ids.count; ++i) {
-            const uint32_t id = *ids.Peek(i);
-            if (id < slots) members[b].push_back({bounds[id], id});
-        }
-        std::sort(members[b].begin(), members[b].end(),
-                  [](const Member& x, const Member& y) { return x.bounds.low[0] < y.bounds.low[0]; });
-    }
+    std::vector<BoxMembers> members(boxes.count);
+    for (uint32_t b = 0; b < boxes.count; ++b) members[b].Fill(boxes.Peek(b)->facets, bounds);
     std::vector<uint32_t> candidates;
     for (uint32_t f = 0; f < slots && f < table.count; ++f) {
         if (!LiveFacet(mesh, f)) continue;
@@ -439,11 +485,7 @@ void SearchBoxes(const L_LUMOMESH& mesh, double planeTolerance, const PairTest& 
         const BaseList<uint32_t>& cells = table.Peek(f)->facets;
         for (uint32_t c = 0; c < cells.count; ++c) {
             const uint32_t b = *cells.Peek(c);
-            if (b >= members.size()) continue;
-            for (const Member& member : members[b]) {
-                if (member.bounds.low[0] > bounds[f].high[0]) break;
-                if (member.facet != f && Overlap(member.bounds, bounds[f])) candidates.push_back(member.facet);
-            }
+            if (b < members.size()) members[b].CollectOverlapping(bounds[f], f, candidates);
         }
         std::sort(candidates.begin(), candidates.end());
         candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
