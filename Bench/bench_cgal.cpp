@@ -2,8 +2,12 @@
 #include "bench_cgal.h"
 
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
+#include <CGAL/Polygon_mesh_processing/self_intersections.h>
 #include <CGAL/Surface_mesh.h>
 #include <CGAL/mesh_segmentation.h>
+
+#include <iterator>
+#include <utility>
 
 namespace {
 
@@ -32,4 +36,12 @@ std::vector<double> PeerShapeDiameters(const std::vector<float>& coords, const s
     std::vector<double> values;
     for (PeerMesh::Face_index face : mesh.faces()) values.push_back(diameters[face]);
     return values;
+}
+
+std::size_t PeerSelfIntersectingPairs(const std::vector<float>& coords, const std::vector<int>& indices)
+{
+    const PeerMesh mesh = BuildPeerMesh(coords, indices);
+    std::vector<std::pair<PeerMesh::Face_index, PeerMesh::Face_index>> pairs;
+    CGAL::Polygon_mesh_processing::self_intersections(mesh, std::back_inserter(pairs));
+    return pairs.size();
 }

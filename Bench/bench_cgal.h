@@ -3,6 +3,7 @@
 // their own, away from this project's warning flags.
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 // Raw shape-diameter values of a closed triangle surface (three coordinates per
@@ -10,3 +11,6 @@
 // with the peer's default cone and rays and no smoothing; -1 where no ray came back.
 // The surface is built into the peer's own mesh first.
 std::vector<double> PeerShapeDiameters(const std::vector<float>& coords, const std::vector<int>& indices);
+// The number of pairs of triangles that intersect (sharing a corner or an edge as
+// neighbours do not count), found by the peer's self-intersection search.
+std::size_t PeerSelfIntersectingPairs(const std::vector<float>& coords, const std::vector<int>& indices);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_set>
 #include <vector>
 
 #include "LMeshOrientation.h"
@@ -124,18 +125,21 @@ TriangleCrossing CrossTriangles(const float a0[3], const float a1[3], const floa
     const Vec b[3] = {Widen(b0), Widen(b1), Widen(b2)};
     const Vec na = Cross(Minus(a[1], a[0]), Minus(a[2], a[0]));
     const Vec nb = Cross(Minus(b[1], b[0]), Minus(b[2], b[0]));
-    const double lengthA = std::sqrt(Dot(na, na)), lengthB = std::sqrt(Dot(nb, nb));
-    if (!(lengthA > 0.0) || !(lengthB > 0.0)) return crossing;
+    const double squaredA = Dot(na, na), squaredB = Dot(nb, nb);
+    if (!(squaredA > 0.0) || !(squaredB > 0.0)) return crossing;
 
+    // Distances scaled by the other normal's length: only their signs and ratios are
+    // used, and the tolerance is held against them squared, so no root is taken.
     double fromB[3], fromA[3];  // a's corners from b's plane, b's from a's
     bool aFlat = true, bFlat = true;
+    const double tolerance2 = planeTolerance * planeTolerance;
     for (int k = 0; k < 3; ++k) {
         // A corner the triangles share lies in both planes: exactly, not as rounded,
         // so neighbours meeting at a corner touch in a point instead of a sliver.
-        fromB[k] = IsCornerOf(a[k], b) ? 0.0 : Dot(nb, Minus(a[k], b[0])) / lengthB;
-        fromA[k] = IsCornerOf(b[k], a) ? 0.0 : Dot(na, Minus(b[k], a[0])) / lengthA;
-        aFlat = aFlat && std::fabs(fromB[k]) <= planeTolerance;
-        bFlat = bFlat && std::fabs(fromA[k]) <= planeTolerance;
+        fromB[k] = IsCornerOf(a[k], b) ? 0.0 : Dot(nb, Minus(a[k], b[0]));
+        fromA[k] = IsCornerOf(b[k], a) ? 0.0 : Dot(na, Minus(b[k], a[0]));
+        aFlat = aFlat && fromB[k] * fromB[k] <= tolerance2 * squaredB;
+        bFlat = bFlat && fromA[k] * fromA[k] <= tolerance2 * squaredA;
     }
     if (aFlat || bFlat) {
         crossing.coplanar = true;
@@ -206,20 +210,25 @@ bool ReadEdgeEnds(const L_LUMOMESH& mesh, uint32_t edge, float ends[2][3])
     return record && ReadPosition(mesh, record->vertex[0], ends[0]) && ReadPosition(mesh, record->vertex[1], ends[1]);
 }
 
+// An edge record both facets name is a common edge whenever the tolerance admits
+// equal (finite) positions: the cheap answer for neighbours.
+bool ShareEdgeRecord(const L_LUMOMESH& mesh, const LM_FACET& f, const LM_FACET& g, float tolerance)
+{
+    if (!(tolerance > 0.0f)) return false;
+    for (int k = 0; k < 3; ++k) {
+        const uint32_t e = f.edge[k];
+        float ends[2][3];
+        if ((e == g.edge[0] || e == g.edge[1] || e == g.edge[2]) && ReadEdgeEnds(mesh, e, ends) &&
+            Near(ends[0], ends[0], tolerance) && Near(ends[1], ends[1], tolerance))
+            return true;
+    }
+    return false;
+}
+
 // Some edge of f and some edge of g have their ends near each other pairwise, in
-// either direction. An edge record the two share is such a pair whenever the
-// tolerance admits equal positions, which spares reading positions for neighbours.
+// either direction.
 bool HaveCommonEdge(const L_LUMOMESH& mesh, const LM_FACET& f, const LM_FACET& g, float tolerance)
 {
-    if (tolerance > 0.0f) {
-        for (int k = 0; k < 3; ++k) {
-            const uint32_t e = f.edge[k];
-            float ends[2][3];
-            if ((e == g.edge[0] || e == g.edge[1] || e == g.edge[2]) && ReadEdgeEnds(mesh, e, ends) &&
-                Near(ends[0], ends[0], tolerance) && Near(ends[1], ends[1], tolerance))
-                return true;
-        }
-    }
     for (int k = 0; k < 3; ++k) {
         float p[2][3];
         if (!ReadEdgeEnds(mesh, f.edge[k], p)) continue;
@@ -234,9 +243,13 @@ bool HaveCommonEdge(const L_LUMOMESH& mesh, const LM_FACET& f, const LM_FACET& g
     return false;
 }
 
-TriangleCrossing Cross(const Corners& f, const Corners& g, double planeTolerance)
+// The lower id's triangle goes first, so a pair met from either side gives the same
+// crossing to the last bit and every pair test is symmetric.
+TriangleCrossing Cross(uint32_t f, const Corners& fc, uint32_t g, const Corners& gc, double planeTolerance)
 {
-    return CrossTriangles(f.p[0], f.p[1], f.p[2], g.p[0], g.p[1], g.p[2], planeTolerance);
+    const Corners& a = f < g ? fc : gc;
+    const Corners& b = f < g ? gc : fc;
+    return CrossTriangles(a.p[0], a.p[1], a.p[2], b.p[0], b.p[1], b.p[2], planeTolerance);
 }
 
 struct IntersectionTest {
@@ -244,20 +257,24 @@ struct IntersectionTest {
     float minimumLength, tolerance;
     double planeTolerance;
 
-    bool operator()(const LM_FACET& f, const Corners& fc, const LM_FACET& g, const Corners& gc) const
+    bool operator()(uint32_t fid, const LM_FACET& f, const Corners& fc, uint32_t gid, const LM_FACET& g,
+                    const Corners& gc) const
     {
-        if (HaveCommonEdge(mesh, f, g, tolerance)) return false;
-        const TriangleCrossing crossing = Cross(fc, gc, planeTolerance);
+        // All conditions must hold; the cheap ones go first (neighbours that share
+        // an edge record, then those touching at a corner: no length).
+        if (ShareEdgeRecord(mesh, f, g, tolerance)) return false;
+        const TriangleCrossing crossing = Cross(fid, fc, gid, gc, planeTolerance);
         if (!crossing.intersect || crossing.coplanar) return false;
         const float s[3] = {float(crossing.start.x), float(crossing.start.y), float(crossing.start.z)};
         const float e[3] = {float(crossing.end.x), float(crossing.end.y), float(crossing.end.z)};
+        const float dx = e[0] - s[0], dy = e[1] - s[1], dz = e[2] - s[2];
+        const float squared = dx * dx + dy * dy + dz * dz;
+        if (!(float(std::sqrt(double(squared))) > minimumLength)) return false;
         const float middle[3] = {(s[0] + e[0]) * 0.5f, (s[1] + e[1]) * 0.5f, (s[2] + e[2]) * 0.5f};
         if (!PointInTriangle(middle, fc.p[0], fc.p[1], fc.p[2], tolerance) &&
             !PointInTriangle(middle, gc.p[0], gc.p[1], gc.p[2], tolerance))
             return false;
-        const float dx = e[0] - s[0], dy = e[1] - s[1], dz = e[2] - s[2];
-        const float squared = dx * dx + dy * dy + dz * dz;
-        return float(std::sqrt(double(squared))) > minimumLength;
+        return !HaveCommonEdge(mesh, f, g, tolerance);
     }
 };
 
@@ -308,9 +325,10 @@ struct OverlapTest {
     double planeTolerance;
     bool listGiven;
 
-    bool operator()(const LM_FACET& f, const Corners& fc, const LM_FACET& g, const Corners& gc) const
+    bool operator()(uint32_t fid, const LM_FACET& f, const Corners& fc, uint32_t gid, const LM_FACET& g,
+                    const Corners& gc) const
     {
-        const TriangleCrossing crossing = Cross(fc, gc, planeTolerance);
+        const TriangleCrossing crossing = Cross(fid, fc, gid, gc, planeTolerance);
         if (crossing.intersect && AnyEdgesCrossProperly(fc, gc, tolerance)) return crossing.coplanar;
         return listGiven && CornerLandsInFacet(f, fc, g, gc, tolerance);
     }
@@ -353,16 +371,18 @@ struct Member {
 
 // The facets of one box by the low end of their range along the box's longest axis.
 // A facet reaching f's range starts no further down than f's low end less the widest
-// member, and no further up than f's high end: only that run is scanned.
+// such facet, and no further up than f's high end: only that run is scanned. The few
+// facets far wider than most are kept apart, so that they do not widen every scan.
 class BoxMembers {
 public:
     void Fill(const BaseList<uint32_t>& ids, const std::vector<Bounds>& bounds)
     {
+        std::vector<Member> members;
         Bounds all = BoundsOf(nullptr, 0.0f);
         for (uint32_t i = 0; i < ids.count; ++i) {
             const uint32_t id = *ids.Peek(i);
-            if (id >= bounds.size()) continue;
-            members_.push_back({bounds[id], id});
+            if (id >= bounds.size() || !(bounds[id].low[0] <= bounds[id].high[0])) continue;  // unreadable: empty
+            members.push_back({bounds[id], id});
             for (int k = 0; k < 3; ++k) {
                 all.low[k] = std::min(all.low[k], bounds[id].low[k]);
                 all.high[k] = std::max(all.high[k], bounds[id].high[k]);
@@ -370,12 +390,18 @@ public:
         }
         for (int k = 1; k < 3; ++k)
             if (all.high[k] - all.low[k] > all.high[axis_] - all.low[axis_]) axis_ = k;
-        for (const Member& member : members_) {
-            const float width = member.bounds.high[axis_] - member.bounds.low[axis_];
-            if (width > widest_) widest_ = width;  // an unreadable facet's empty range is skipped
+        const float limit = kWideFactor * MedianWidth(members);
+        for (const Member& member : members) {
+            const float width = Width(member);
+            if (width > limit) {
+                wide_.push_back(member);
+            } else {
+                narrow_.push_back(member);
+                widest_ = std::max(widest_, width);
+            }
         }
         const int axis = axis_;
-        std::sort(members_.begin(), members_.end(),
+        std::sort(narrow_.begin(), narrow_.end(),
                   [axis](const Member& x, const Member& y) { return x.bounds.low[axis] < y.bounds.low[axis]; });
     }
 
@@ -383,14 +409,30 @@ public:
     {
         const int axis = axis_;
         const float from = range.low[axis] - widest_;
-        auto member = std::lower_bound(members_.begin(), members_.end(), from,
+        auto member = std::lower_bound(narrow_.begin(), narrow_.end(), from,
                                        [axis](const Member& m, float x) { return m.bounds.low[axis] < x; });
-        for (; member != members_.end() && member->bounds.low[axis] <= range.high[axis]; ++member)
+        for (; member != narrow_.end() && member->bounds.low[axis] <= range.high[axis]; ++member)
             if (member->facet != self && Overlap(member->bounds, range)) out.push_back(member->facet);
+        for (const Member& wide : wide_)
+            if (wide.facet != self && Overlap(wide.bounds, range)) out.push_back(wide.facet);
     }
 
 private:
-    std::vector<Member> members_;
+    static constexpr float kWideFactor = 4.0f;
+
+    float Width(const Member& member) const { return member.bounds.high[axis_] - member.bounds.low[axis_]; }
+
+    float MedianWidth(const std::vector<Member>& members) const
+    {
+        if (members.empty()) return 0.0f;
+        std::vector<float> widths;
+        widths.reserve(members.size());
+        for (const Member& member : members) widths.push_back(Width(member));
+        std::nth_element(widths.begin(), widths.begin() + widths.size() / 2, widths.end());
+        return widths[widths.size() / 2];
+    }
+
+    std::vector<Member> narrow_, wide_;
     int axis_ = 0;
     float widest_ = 0.0f;
 };
@@ -435,9 +477,32 @@ const LM_FACET* LiveFacet(const L_LUMOMESH& mesh, uint32_t id)
     return facet && (facet->flags & LM_LIVE) ? facet : nullptr;
 }
 
+// Pairs reported so far by a symmetric test, so that a pair met again from its other
+// side is answered without testing it again.
+// Reports are rare: a flag per facet keeps most questions off the set.
+class ReportedPairs {
+public:
+    explicit ReportedPairs(uint32_t facets) : involved_(facets, false) {}
+
+    bool Contains(uint32_t a, uint32_t b) const { return involved_[a] && pairs_.count(Key(a, b)) != 0; }
+    void Add(uint32_t a, uint32_t b)
+    {
+        involved_[a] = involved_[b] = true;
+        pairs_.insert(Key(a, b));
+    }
+
+private:
+    static uint64_t Key(uint32_t a, uint32_t b) { return a < b ? uint64_t(a) << 32 | b : uint64_t(b) << 32 | a; }
+    std::vector<bool> involved_;
+    std::unordered_set<uint64_t> pairs_;
+};
+
+// With `earlier`, a candidate g below f was tested against f at its own turn: both
+// are live now, so both were then, and candidacy is mutual. The symmetric test gave
+// the same answer then as now.
 template <class PairTest>
 void TestAgainst(const L_LUMOMESH& mesh, uint32_t f, const std::vector<uint32_t>& candidates, const PairTest& test,
-                 Findings& findings)
+                 Findings& findings, ReportedPairs* earlier)
 {
     const LM_FACET* facet = LiveFacet(mesh, f);
     Corners fc;
@@ -446,7 +511,14 @@ void TestAgainst(const L_LUMOMESH& mesh, uint32_t f, const std::vector<uint32_t>
         const LM_FACET* other = LiveFacet(mesh, g);
         Corners gc;
         if (g == f || !other || !ReadCorners(mesh, *other, gc)) continue;
-        if (test(*facet, fc, *other, gc)) findings.Report(g);
+        bool reported;
+        if (earlier && g < f) {
+            reported = earlier->Contains(g, f);
+        } else {
+            reported = test(f, *facet, fc, g, *other, gc);
+            if (reported && earlier) earlier->Add(f, g);
+        }
+        if (reported) findings.Report(g);
     }
 }
 
@@ -456,7 +528,7 @@ void SearchList(const L_LUMOMESH& mesh, const BaseList<uint32_t>& facets, const 
 {
     std::vector<uint32_t> candidates(facets.count);
     for (uint32_t i = 0; i < facets.count; ++i) candidates[i] = *facets.Peek(i);
-    for (uint32_t f : candidates) TestAgainst(mesh, f, candidates, test, findings);
+    for (uint32_t f : candidates) TestAgainst(mesh, f, candidates, test, findings, nullptr);
 }
 
 // Every facet slot against the facets of its adaptive boxes whose bounds reach its own.
@@ -479,6 +551,7 @@ void SearchBoxes(const L_LUMOMESH& mesh, double planeTolerance, const PairTest& 
     std::vector<BoxMembers> members(boxes.count);
     for (uint32_t b = 0; b < boxes.count; ++b) members[b].Fill(boxes.Peek(b)->facets, bounds);
     std::vector<uint32_t> candidates;
+    ReportedPairs reported(slots);
     for (uint32_t f = 0; f < slots && f < table.count; ++f) {
         if (!LiveFacet(mesh, f)) continue;
         candidates.clear();
@@ -489,7 +562,7 @@ void SearchBoxes(const L_LUMOMESH& mesh, double planeTolerance, const PairTest& 
         }
         std::sort(candidates.begin(), candidates.end());
         candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
-        TestAgainst(mesh, f, candidates, test, findings);
+        TestAgainst(mesh, f, candidates, test, findings, &reported);
     }
 }
 
