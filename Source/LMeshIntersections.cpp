@@ -369,10 +369,12 @@ struct Member {
     uint32_t facet;
 };
 
-// The facets of one box by the low end of their range along the box's longest axis.
-// A facet reaching f's range starts no further down than f's low end less the widest
-// such facet, and no further up than f's high end: only that run is scanned. The few
-// facets far wider than most are kept apart, so that they do not widen every scan.
+// The facets of one box in strips across its second-longest axis, each strip by the
+// low end of its facets' ranges along the longest axis. A facet reaching f's range
+// lies in a strip f's range crosses, and starts no further down than f's low end less
+// the strip's widest facet, and no further up than f's high end: only those runs are
+// scanned. The few facets far wider than most are kept apart, so that they do not
+// widen every scan.
 class BoxMembers {
 public:
     void Fill(const BaseList<uint32_t>& ids, const std::vector<Bounds>& bounds)
@@ -388,39 +390,88 @@ public:
                 all.high[k] = std::max(all.high[k], bounds[id].high[k]);
             }
         }
-        for (int k = 1; k < 3; ++k)
-            if (all.high[k] - all.low[k] > all.high[axis_] - all.low[axis_]) axis_ = k;
+        ChooseAxes(all);
         const float limit = kWideFactor * MedianWidth(members);
-        for (const Member& member : members) {
-            const float width = Width(member);
-            if (width > limit) {
-                wide_.push_back(member);
-            } else {
-                narrow_.push_back(member);
-                widest_ = std::max(widest_, width);
-            }
+        std::vector<Member> narrow;
+        for (const Member& member : members) (Width(member) > limit ? wide_ : narrow).push_back(member);
+        ChooseStrips(all, narrow.size());
+        for (const Member& member : narrow) {
+            const int first = StripOf(member.bounds.low[across_]), last = StripOf(member.bounds.high[across_]);
+            for (int k = first; k <= last; ++k) strips_[k].Add(member, Width(member));
         }
-        const int axis = axis_;
-        std::sort(narrow_.begin(), narrow_.end(),
-                  [axis](const Member& x, const Member& y) { return x.bounds.low[axis] < y.bounds.low[axis]; });
+        for (Strip& strip : strips_) strip.Sort(along_);
     }
 
     void CollectOverlapping(const Bounds& range, uint32_t self, std::vector<uint32_t>& out) const
     {
-        const int axis = axis_;
-        const float from = range.low[axis] - widest_;
-        auto member = std::lower_bound(narrow_.begin(), narrow_.end(), from,
-                                       [axis](const Member& m, float x) { return m.bounds.low[axis] < x; });
-        for (; member != narrow_.end() && member->bounds.low[axis] <= range.high[axis]; ++member)
-            if (member->facet != self && Overlap(member->bounds, range)) out.push_back(member->facet);
+        if (!strips_.empty()) {
+            const int first = StripOf(range.low[across_]), last = StripOf(range.high[across_]);
+            for (int k = first; k <= last; ++k) strips_[k].Collect(range, self, along_, out);
+        }
         for (const Member& wide : wide_)
             if (wide.facet != self && Overlap(wide.bounds, range)) out.push_back(wide.facet);
     }
 
 private:
     static constexpr float kWideFactor = 4.0f;
+    static constexpr size_t kMembersPerStrip = 40;
 
-    float Width(const Member& member) const { return member.bounds.high[axis_] - member.bounds.low[axis_]; }
+    class Strip {
+    public:
+        void Add(const Member& member, float width)
+        {
+            members_.push_back(member);
+            widest_ = std::max(widest_, width);
+        }
+
+        void Sort(int along)
+        {
+            std::sort(members_.begin(), members_.end(),
+                      [along](const Member& x, const Member& y) { return x.bounds.low[along] < y.bounds.low[along]; });
+        }
+
+        void Collect(const Bounds& range, uint32_t self, int along, std::vector<uint32_t>& out) const
+        {
+            const float from = range.low[along] - widest_;
+            auto member = std::lower_bound(members_.begin(), members_.end(), from,
+                                           [along](const Member& m, float x) { return m.bounds.low[along] < x; });
+            for (; member != members_.end() && member->bounds.low[along] <= range.high[along]; ++member)
+                if (member->facet != self && Overlap(member->bounds, range)) out.push_back(member->facet);
+        }
+
+    private:
+        std::vector<Member> members_;
+        float widest_ = 0.0f;
+    };
+
+    void ChooseAxes(const Bounds& all)
+    {
+        int order[3] = {0, 1, 2};
+        std::sort(order, order + 3, [&all](int a, int b) { return all.high[a] - all.low[a] > all.high[b] - all.low[b]; });
+        along_ = order[0];
+        across_ = order[1];
+    }
+
+    void ChooseStrips(const Bounds& all, size_t members)
+    {
+        const float extent = all.high[across_] - all.low[across_];
+        const int count = int(std::sqrt(double(members) / kMembersPerStrip)) + 1;
+        origin_ = all.low[across_];
+        stripWidth_ = extent / float(count);
+        strips_.resize(stripWidth_ > 0.0f ? size_t(count) : 1);
+        if (!(stripWidth_ > 0.0f)) stripWidth_ = 0.0f;
+    }
+
+    // The strip of a coordinate across, clamped to the strips there are.
+    int StripOf(float coordinate) const
+    {
+        if (!(stripWidth_ > 0.0f)) return 0;
+        const float at = (coordinate - origin_) / stripWidth_;
+        const int last = int(strips_.size()) - 1;
+        return at <= 0.0f ? 0 : at >= float(last) ? last : int(at);
+    }
+
+    float Width(const Member& member) const { return member.bounds.high[along_] - member.bounds.low[along_]; }
 
     float MedianWidth(const std::vector<Member>& members) const
     {
@@ -432,9 +483,10 @@ private:
         return widths[widths.size() / 2];
     }
 
-    std::vector<Member> narrow_, wide_;
-    int axis_ = 0;
-    float widest_ = 0.0f;
+    std::vector<Strip> strips_;
+    std::vector<Member> wide_;
+    int along_ = 0, across_ = 1;
+    float origin_ = 0.0f, stripWidth_ = 0.0f;
 };
 
 // Reports g: listed, and with deleting on, taken out of every later test.
