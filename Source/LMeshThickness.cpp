@@ -166,8 +166,8 @@ ReachIndex::ReachIndex(const L_LUMOMESH& mesh, const BaseList<LM_BOX>& boxes)
 }
 
 // The progress file: rewritten with "%d", the share of facets visited, on every
-// facet but those at a multiple of the step; never for 100 facets or fewer. A file
-// that cannot be opened is ignored.
+// facet but those at a multiple of the step (a hundredth of the count), so never
+// below 200 facets, where the step is 1. A file that cannot be opened is ignored.
 class ProgressFile {
 public:
     ProgressFile(const std::wstring& path, uint32_t count)
