@@ -519,6 +519,8 @@ double ThicknessContext::BallRadiusAgainstTriangle(const Triangle& t) const
     if (hit_ && BeyondLongestEdge(t)) return best_;
     const L_PLANE plane = PlaneOf(t);
     if (hit_) {
+        // The distance to the plane is a lower bound of the distance to the triangle.
+        if (std::fabs(dist_PPl(&q_, &plane)) > best_ * kReachMargin) return best_;
         const double d = DistancePointTriangle(q_, t, plane, nullptr);
         if (Ratio(best_, d) > kTouchRatio || best_ < d) return best_;
     }
