@@ -5,11 +5,12 @@
 //
 // The walk goes out breadth first from seed facets. A neighbour that crosses nothing
 // is walked through; one that crosses some facet is cut and not walked through. The
-// cut keeps the facet's part on the outer side of the crossing facet's plane: the
-// corners there, with the crossing segments' ends (the seam) in between, make one
-// polygon in the facet's winding. Taking every crossing of the facet into its seam,
-// not just one, puts on the seam the ends that its crossing partners cut at, so the
-// pieces of both sheets share their seam vertices and weld into a closed surface.
+// cut keeps the facet's part on the outer side of the facets crossing it: the corners
+// there, with the crossing segments (the seam) in between, make polygons in the
+// facet's winding, which are triangulated into the mesh. Taking every crossing of the
+// facet into its seam, not just one, puts on the seam the points that its crossing
+// partners are cut at, so the pieces of both sheets share their seam vertices and
+// weld into a closed surface. A seed itself is never tested, only its neighbours.
 //
 // Also here: the intermediate mesh, positions between two states of one mesh.
 #include "LMesh.h"
@@ -28,7 +29,7 @@ namespace {
 
 constexpr float kOrientTolerance = 1e-5f;
 constexpr uint32_t kFacetsPerBox = 500;
-constexpr double kCrossTolerance = 1e-5;  // plane snap of the triangle test, and "on an edge"
+constexpr double kCrossTolerance = 1e-5;  // plane snap of the triangle test; points this close are one
 constexpr float kStlMergeTolerance = 0.001f;
 constexpr float kWeldTolerance = 1e-6f;
 constexpr float kEqualTolerance = 1e-6f;
@@ -97,8 +98,8 @@ bool ReadTriangle(const L_LUMOMESH& mesh, uint32_t facet, Triangle& triangle)
 int SharedCornerCount(const LM_FACET& a, const LM_FACET& b)
 {
     int shared = 0;
-    for (uint32_t u : a.vertex)
-        for (uint32_t v : b.vertex) shared += u == v;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) shared += a.vertex[i] == b.vertex[j];  // by index: the fields are packed
     return shared;
 }
 
@@ -500,7 +501,8 @@ void RecordFacetCorners(const L_LUMOMESH& first, const L_LUMOMESH& second, uint3
 {
     const LM_FACET* record = first.facets.Peek(facet);
     if (!record) return;  // facet id past the store
-    for (uint32_t v : record->vertex) {
+    for (int k = 0; k < 3; ++k) {
+        const uint32_t v = record->vertex[k];  // copied: the field is packed
         const LM_VERTEX* from = first.vertices.Peek(v);
         const LM_VERTEX* to = second.vertices.Peek(v);
         if (!from || !to || v >= records.count) continue;

@@ -41,7 +41,7 @@ L_LUMOMESH MakeOverlappingCubes()
         for (uint32_t v = 0; v < cube->vertices.count; ++v)
             for (int c = 0; c < 3; ++c) coords.push_back(cube->vertices.Peek(v)->position[c] + shift[c]);
         for (uint32_t f = 0; f < cube->facets.count; ++f)
-            for (uint32_t v : cube->facets.Peek(f)->vertex) indices.push_back(base + int(v));
+            for (int k = 0; k < 3; ++k) indices.push_back(base + int(cube->facets.Peek(f)->vertex[k]));
     }
     return testmesh::FromIndexed(coords, indices);
 }
@@ -65,9 +65,11 @@ TEST_F(CleanUpAfterOffset, NoSeedsStillWeldsASoupIntoOneClosedCube)
     const L_LUMOMESH cube = testmesh::MakeCube();
     L_LUMOMESH soup;
     for (uint32_t f = 0; f < cube.facets.count; ++f) {
-        const LM_FACET& facet = *cube.facets.Peek(f);
-        LMeshAddTriangle(soup, cube.vertices.Peek(facet.vertex[0])->position,
-                         cube.vertices.Peek(facet.vertex[1])->position, cube.vertices.Peek(facet.vertex[2])->position, 0);
+        float corners[3][3];
+        for (int k = 0; k < 3; ++k)
+            for (int c = 0; c < 3; ++c)
+                corners[k][c] = cube.vertices.Peek(cube.facets.Peek(f)->vertex[k])->position[c];
+        LMeshAddTriangle(soup, corners[0], corners[1], corners[2], 0);
     }
     RecountFacets(soup);
     ASSERT_EQ(LMeshCleanUpAfterOffset(soup, BaseList<uint32_t>(), Wide(folder).c_str()), 0);
@@ -144,11 +146,11 @@ TEST(IntermediateMesh, MovesTheListedCornersPartOfTheWay)
     ASSERT_EQ(LMeshGetIntermediateMesh(1, 2, mesh), 1);
     for (uint32_t v = 0; v < 3; ++v)
         for (int c = 0; c < 3; ++c)
-            EXPECT_EQ(mesh.vertices.Peek(v)->position[c], first.vertices.Peek(v)->position[c] + move[c] / 2);
+            EXPECT_EQ(+mesh.vertices.Peek(v)->position[c], first.vertices.Peek(v)->position[c] + move[c] / 2);
     ASSERT_EQ(LMeshGetIntermediateMesh(3, 3, mesh), 1);
     for (uint32_t v = 0; v < 4; ++v)
         for (int c = 0; c < 3; ++c)
-            EXPECT_EQ(mesh.vertices.Peek(v)->position[c], (v < 3 ? second : first).vertices.Peek(v)->position[c]);
+            EXPECT_EQ(+mesh.vertices.Peek(v)->position[c], +(v < 3 ? second : first).vertices.Peek(v)->position[c]);
 
     LMeshEndIntermediateMesh();
     EXPECT_EQ(LMeshGetIntermediateMesh(3, 3, mesh), 0);

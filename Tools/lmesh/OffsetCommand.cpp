@@ -35,9 +35,12 @@ const char* const kOffsetHelp =
     "  --right-angle-tolerance A   degrees around 90 (default 5)\n"
     "  --max-stretch P             percent a corner move may be lengthened (default 50)\n"
     "  --cleanup                   then cut away where the surface passes through itself\n"
-    "                              (inward corners narrower than the offset); uses a\n"
-    "                              temporary file in the system temporary folder. Also\n"
-    "                              reports the facets that cross others before and after\n";
+    "                              (inward corners narrower than the offset) and rebuild\n"
+    "                              the mesh through a temporary file in the system\n"
+    "                              temporary folder, joining corners closer than 0.001:\n"
+    "                              meant for parts in millimetres, it coarsens a part\n"
+    "                              whose edges are that short. Also reports the facets\n"
+    "                              that cross others before and after\n";
 
 void PrintBox(const char* label, L_LUMOMESH& mesh)
 {
