@@ -693,9 +693,9 @@ int LMeshComputeThickness(const L_LUMOMESH& mesh, BaseList<float>& radius, BaseL
 // seed over neighbours by vertices; a neighbour that crosses another facet (adaptive
 // boxes of 500) is replaced by triangles over its part on the outer side of the facets
 // it crosses, with their crossing segments as its new border, and is not walked
-// through. Then the mesh goes through the binary STL file
-// "_templmeshoffsetcleanup28092009_.stl" appended directly to `folder` (end it with a
-// separator to name a directory), loaded back merged within 0.001, and is welded,
+// through; a seed itself is walked, never cut. Then the mesh goes through the binary
+// STL file "_templmeshoffsetcleanup28092009_.stl" appended directly to `folder` (end it
+// with a separator to name a directory), loaded back merged within 0.001, and is welded,
 // oriented outward and cleared of repeated facets. Normals are recomputed and facets
 // oriented first, even with no seeds. 0 done; -1 when the file cannot be written or
 // read back (the cut pieces then stay in the mesh unwelded) or `folder` is null
