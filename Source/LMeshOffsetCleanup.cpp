@@ -246,6 +246,13 @@ std::vector<Polygon> ChainSeams(const Triangle& facet, const std::vector<Crossin
             current = none;
             for (size_t i = 0; i < crossings.size(); ++i)
                 if (!used[i] && Coincide(crossings[i].start, end)) current = i;
+            // A piece ends on the border; one that stops inside goes on from the nearest start.
+            if (current != none || left == 0 || border(end) <= kCrossTolerance) continue;
+            for (size_t i = 0; i < crossings.size(); ++i)
+                if (!used[i] && (current == none || Length(Minus(crossings[i].start, end)) <
+                                                        Length(Minus(crossings[current].start, end))))
+                    current = i;
+            seam.push_back(crossings[current].start);
         }
         seams.push_back(seam);
     }
