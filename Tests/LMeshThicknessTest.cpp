@@ -155,6 +155,17 @@ TEST(Thickness, PlateBallsSpanItsThickness)
     for (uint32_t f = 4; f < 12; ++f) EXPECT_NEAR(result.radius[f], 1.0f / 3.0f, kNear) << f;
 }
 
+TEST(Thickness, RayCrossesToTheOppositeWall)
+{
+    LM_THICKNESS_PARAMS params;
+    params.useRay = 1;
+    FullForm(MakeBox(10, 10, 1), params);
+    const std::vector<float> rays = Values(params.rayThickness);
+    ASSERT_EQ(rays.size(), 12u);
+    for (uint32_t f = 0; f < 4; ++f) EXPECT_NEAR(rays[f], 1.0f, 1e-4f) << f;    // across the plate
+    for (uint32_t f = 4; f < 12; ++f) EXPECT_NEAR(rays[f], 10.0f, 1e-3f) << f;  // along it, side to side
+}
+
 TEST(Thickness, OpenSheetHasNoBall)
 {
     const Result result = ShortForm(testmesh::MakeGrid(3, 3));
