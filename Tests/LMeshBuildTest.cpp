@@ -27,15 +27,6 @@ const LM_EDGE& Edge(const L_LUMOMESH& mesh, uint32_t e) { return *mesh.edges.Pee
 
 }  // namespace
 
-TEST(CreateFromIndexed, EmptyInputResetsTheMesh)
-{
-    L_LUMOMESH mesh = testmesh::MakeCube();
-    EXPECT_TRUE(LMeshCreateFromIndexedTriangles(mesh, static_cast<const float*>(nullptr), 0, nullptr, 0));
-    EXPECT_EQ(mesh.facets.count, 0u);
-    EXPECT_EQ(mesh.vertices.count, 0u);
-    EXPECT_EQ(mesh.groupCount, 1u);
-}
-
 TEST(CreateFromIndexed, CubeHasSharedEdgesAndExactNormals)
 {
     L_LUMOMESH cube = testmesh::MakeCube();
@@ -55,12 +46,16 @@ TEST(CreateFromIndexed, CubeHasSharedEdgesAndExactNormals)
     EXPECT_EQ(+cube.vertices.Peek(7)->edge, +cube.facets.Peek(11)->edge[2]);
 }
 
-TEST(CreateFromIndexed, TrailingIndicesAndBadIndicesAreSkipped)
+TEST(CreateFromIndexed, EmptyInputResetsAndTrailingOrBadIndicesAreSkipped)
 {
-    std::vector<int> indices = {0, 1, 2, 0, 2, 3, 1};
-    std::vector<float> coords = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0};
-    L_LUMOMESH mesh = FromIndexed(coords, indices);
-    EXPECT_EQ(mesh.facetCount, 2u);
+    L_LUMOMESH mesh = testmesh::MakeCube();
+    EXPECT_TRUE(LMeshCreateFromIndexedTriangles(mesh, static_cast<const float*>(nullptr), 0, nullptr, 0));
+    EXPECT_EQ(mesh.facets.count, 0u);
+    EXPECT_EQ(mesh.vertices.count, 0u);
+    EXPECT_EQ(mesh.groupCount, 1u);
+
+    const std::vector<float> coords = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0};
+    EXPECT_EQ(FromIndexed(coords, {0, 1, 2, 0, 2, 3, 1}).facetCount, 2u);
 
     L_LUMOMESH bad = FromIndexed(coords, {0, 1, 2, 0, 2, -1, 0, 2, 4, 0, 2, 3});
     EXPECT_EQ(bad.facetCount, 2u);
@@ -153,37 +148,35 @@ TEST(VertexListBuild, SoupCubeWeldsToTheIndexedCube)
     }
 }
 
-TEST(VertexListBuild, ToleranceDecidesNearbyCorners)
+TEST(VertexListBuild, ToleranceAndUnitsDecideWhichCornersWeld)
 {
-    // Two triangles whose shared corners differ by 1e-5 in x.
-    const float soup[18] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1.00001f, 0, 0, 1, 1, 0, 0, 1, 0};
-    L_LUMOMESH exact, welded;
-    LMeshReadVertexListIntoLumoMesh(soup, 2, exact, 0.0f, 0);
-    LMeshReadVertexListIntoLumoMesh(soup, 2, welded, 1e-4f, 0);
-    EXPECT_EQ(exact.vertexCount, 5u);
-    EXPECT_EQ(welded.vertexCount, 4u);
-    EXPECT_EQ(welded.edgeCount, 5u);
-}
-
-TEST(VertexListBuild, SignedZerosAreOnePosition)
-{
-    const float soup[18] = {0, 0, 0, 1, 0, 0, 0, 1, 0, -0.0f, -0.0f, 0, 0, -1, 0, 1, 0, -0.0f};
-    L_LUMOMESH mesh;
-    LMeshReadVertexListIntoLumoMesh(soup, 2, mesh, 0.0f, 0);
-    EXPECT_EQ(mesh.vertexCount, 4u);
-}
-
-TEST(VertexListBuild, InchesScaleBeforeWelding)
-{
-    // Corner 0 of the second triangle lies 0.004 in (0.1016 mm) beyond vertex 1 in x:
-    // welded at 0.2 but not at 0.05. It sorts past every vertex, so any tree finds it.
-    const float soup[18] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1.004f, 0, 0, 2, 1, 0, 0, 1, 0};
-    L_LUMOMESH loose, tight;
-    LMeshReadVertexListIntoLumoMesh(soup, 2, loose, 0.2f, 1);
-    LMeshReadVertexListIntoLumoMesh(soup, 2, tight, 0.05f, 1);
-    EXPECT_EQ(loose.vertexCount, 4u);
-    EXPECT_EQ(tight.vertexCount, 5u);
-    EXPECT_EQ(+tight.vertices.Peek(1)->position[0], 1.0f * 25.4f);
+    const struct {
+        const char* what;
+        std::vector<float> soup;
+        float tolerance;
+        int units;
+        uint32_t vertices;
+    } cases[] = {
+        // Two triangles whose shared corners differ by 1e-5 in x.
+        {"1e-5 apart, exact", {0, 0, 0, 1, 0, 0, 0, 1, 0, 1.00001f, 0, 0, 1, 1, 0, 0, 1, 0}, 0.0f, 0, 5},
+        {"1e-5 apart, welded", {0, 0, 0, 1, 0, 0, 0, 1, 0, 1.00001f, 0, 0, 1, 1, 0, 0, 1, 0}, 1e-4f, 0, 4},
+        {"signed zeros are one position", {0, 0, 0, 1, 0, 0, 0, 1, 0, -0.0f, -0.0f, 0, 0, -1, 0, 1, 0, -0.0f}, 0.0f, 0, 4},
+        // 0.004 in (0.1016 mm) beyond vertex 1 in x, sorting past every vertex so any tree finds it.
+        {"inches, loose", {0, 0, 0, 1, 0, 0, 0, 1, 0, 1.004f, 0, 0, 2, 1, 0, 0, 1, 0}, 0.2f, 1, 4},
+        {"inches, tight", {0, 0, 0, 1, 0, 0, 0, 1, 0, 1.004f, 0, 0, 2, 1, 0, 0, 1, 0}, 0.05f, 1, 5},
+        {"a negative tolerance welds like its magnitude",
+         {0, 0, 0, 1, 0, 0, 0, 1, 0, 0.01f, 0, 0, 50, 50, 50, -1e18f, 0, 0}, -0.1f, 0, 5},
+        {"a tolerance whose square overflows welds every finite corner",
+         {0, 0, 0, 1, 0, 0, 0, 1, 0, 0.01f, 0, 0, 50, 50, 50, -1e18f, 0, 0}, 1e30f, 0, 1},
+    };
+    for (const auto& c : cases) {
+        L_LUMOMESH mesh;
+        LMeshReadVertexListIntoLumoMesh(c.soup.data(), int(c.soup.size() / 9), mesh, c.tolerance, c.units);
+        EXPECT_EQ(mesh.vertexCount, c.vertices) << c.what;
+        if (c.units == 1) {
+            EXPECT_EQ(+mesh.vertices.Peek(1)->position[0], 1.0f * 25.4f) << "scaled before welding";
+        }
+    }
 }
 
 TEST(VertexListBuild, AddsToAMeshWithoutWeldingToIt)
@@ -213,16 +206,6 @@ TEST(VertexListBuild, CornerInReachOfSeveralWeldsToTheLowestNumbered)
     EXPECT_EQ(+last.vertex[0], 3u);
     EXPECT_EQ(+last.vertex[2], 0u);
     EXPECT_EQ(mesh.vertexCount, 7u);
-}
-
-TEST(VertexListBuild, ToleranceSignAndSizeAreTakenAsSquared)
-{
-    const float soup[18] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0.01f, 0, 0, 50, 50, 50, -1e18f, 0, 0};
-    L_LUMOMESH negative, huge;
-    LMeshReadVertexListIntoLumoMesh(soup, 2, negative, -0.1f, 0);
-    EXPECT_EQ(negative.vertexCount, 5u) << "a negative tolerance welds like its magnitude";
-    LMeshReadVertexListIntoLumoMesh(soup, 2, huge, 1e30f, 0);
-    EXPECT_EQ(huge.vertexCount, 1u) << "a tolerance whose square overflows welds every finite corner";
 }
 
 TEST(VertexListBuild, RepeatedSoupWeldsWhateverTheSizeHint)
