@@ -86,27 +86,23 @@ TEST(TriTri, ApartPairsLeaveTheSegmentAlone)
     ExpectPoint(s.end, 8, 8, 8);
 }
 
-TEST(TriTri, TouchingAtAPointGivesAZeroLengthSegment)
+TEST(TriTri, TouchingGivesTheSharedPointOrPartOfAnEdge)
 {
     const Tri cornerOnFace = {{{1, 1, 0}, {2, 1, 3}, {1, 2, 3}}};
     const Tri cornerOnEdge = {{{2, 0, 0}, {2, -1, 3}, {3, -1, 3}}};
     const Tri cornerOnCorner = {{{4, 0, 0}, {5, 1, 1}, {5, -1, 1}}};
     const L_POINT touch[] = {{1, 1, 0}, {2, 0, 0}, {4, 0, 0}};
+    L_SEGM s;
     int k = 0;
     for (const Tri& other : {cornerOnFace, cornerOnEdge, cornerOnCorner}) {
-        L_SEGM s;
         ASSERT_EQ(Meet(kFloor, other, &s), 1);
         ExpectPoint(s.start, touch[k].x, touch[k].y, touch[k].z);
         ExpectPoint(s.end, touch[k].x, touch[k].y, touch[k].z);
         ++k;
     }
-}
 
-TEST(TriTri, TouchingAlongAnEdgeGivesTheSharedPart)
-{
     const Tri hinge = {{{4, 0, 0}, {0, 0, 0}, {0, 0, 1}}};          // shares the whole edge
     const Tri shortHinge = {{{1, 0, 0}, {6, 0, 0}, {2, -1, 1}}};   // shares 1 <= x <= 4 of it
-    L_SEGM s;
     ASSERT_EQ(Meet(kFloor, hinge, &s), 1);
     EXPECT_EQ(std::fabs(s.end.x - s.start.x), 4.0);
     EXPECT_EQ(s.start.y + s.start.z + s.end.y + s.end.z, 0.0);
@@ -197,10 +193,6 @@ TEST(TriTri, IntegerGridPairsAreConsistent)
     }
     EXPECT_GT(meetings, 300);
 }
-
-}  // namespace
-
-namespace {
 
 using Corners = std::vector<L_POINT>;
 
