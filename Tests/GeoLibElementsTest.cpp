@@ -77,6 +77,17 @@ void ExpectFollows(const std::vector<L_POINT>& polyline, const List<L_ELEMENT>& 
     for (const L_POINT& p : polyline) EXPECT_LE(DistanceToChords(p, all), tolerance * 1.001);
 }
 
+List<L_ELEMENT> LinesOf(const std::vector<L_SEGM>& segments)
+{
+    List<L_ELEMENT> elements;
+    for (const L_SEGM& s : segments) {
+        L_ELEMENT element;
+        element.SetSegment(s);
+        elements.Append(element);
+    }
+    return elements;
+}
+
 std::vector<short> TypesOf(const List<L_ELEMENT>& elements)
 {
     std::vector<short> types;
@@ -260,18 +271,12 @@ TEST(GeoChains, ShuffledReversedSegmentsChainIntoOrderedSets)
         for (int k = 0; k < 4; ++k) segments.push_back({c[k], c[(k + 1) % 4]});
     }
     for (int k = 0; k < 5; ++k) segments.push_back({{20.0 + k, double(k % 2), 0}, {21.0 + k, double((k + 1) % 2), 0}});
-    std::mt19937 random(7);
-    std::shuffle(segments.begin(), segments.end(), random);
-    List<L_ELEMENT> elements;
+    std::shuffle(segments.begin(), segments.end(), std::mt19937(7));
     for (size_t k = 0; k < segments.size(); ++k) {
-        L_ELEMENT element;
-        // A gap below the tolerance still joins.
-        L_SEGM s = segments[k];
-        if (k % 3 == 0) std::swap(s.start, s.end);
-        s.start.z += 1e-4;
-        element.SetSegment(s);
-        elements.Append(element);
+        if (k % 3 == 0) std::swap(segments[k].start, segments[k].end);
+        segments[k].start.z += 1e-4;  // a gap below the tolerance still joins
     }
+    const List<L_ELEMENT> elements = LinesOf(segments);
     List<Connected_Set_Of_Elements> sets;
     ASSERT_EQ(create_connected_sets_of_elements(elements, 1e-3, &sets), 0);
     ASSERT_EQ(sets.Size(), 3u);
@@ -295,12 +300,7 @@ TEST(GeoChains, GrowsBackwardAndTakesTheLowestIndexAtABranch)
 {
     // Three segments meet at the origin; the first seeds a chain that can only grow
     // backward, where the second and third tie and the second wins.
-    List<L_ELEMENT> elements;
-    for (L_SEGM s : {L_SEGM{{0, 0, 0}, {1, 0, 0}}, L_SEGM{{-1, 0, 0}, {0, 0, 0}}, L_SEGM{{0, 0, 0}, {0, 1, 0}}}) {
-        L_ELEMENT element;
-        element.SetSegment(s);
-        elements.Append(element);
-    }
+    const List<L_ELEMENT> elements = LinesOf({{{0, 0, 0}, {1, 0, 0}}, {{-1, 0, 0}, {0, 0, 0}}, {{0, 0, 0}, {0, 1, 0}}});
     List<Connected_Set_Of_Elements> sets;
     ASSERT_EQ(create_connected_sets_of_elements(elements, 1e-6, &sets), 0);
     ASSERT_EQ(sets.Size(), 2u);
@@ -317,17 +317,11 @@ TEST(GeoChains, LongShuffledLoopChainsAsOneClosedSet)
     const int n = 60000;
     std::vector<L_POINT> ring = ArcPoints({0, 0, 0}, 500.0, 0.0, 2 * kPi, n + 1);
     ring.back() = ring.front();
-    std::vector<int> order(n);
-    for (int k = 0; k < n; ++k) order[k] = k;
-    std::shuffle(order.begin(), order.end(), std::mt19937(3));
-    List<L_ELEMENT> elements;
-    for (int k : order) {
-        L_ELEMENT element;
-        element.SetSegment({ring[k], ring[k + 1]});
-        elements.Append(element);
-    }
+    std::vector<L_SEGM> segments;
+    for (int k = 0; k < n; ++k) segments.push_back({ring[k], ring[k + 1]});
+    std::shuffle(segments.begin(), segments.end(), std::mt19937(3));
     List<Connected_Set_Of_Elements> sets;
-    ASSERT_EQ(create_connected_sets_of_elements(elements, 1e-6, &sets), 0);
+    ASSERT_EQ(create_connected_sets_of_elements(LinesOf(segments), 1e-6, &sets), 0);
     ASSERT_EQ(sets.Size(), 1u);
     EXPECT_EQ(sets.Get(1)->elements.Size(), uint32_t(n));
     EXPECT_EQ(sets.Get(1)->closed, 1);
