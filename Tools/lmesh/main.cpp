@@ -37,10 +37,11 @@ void PrintUsage(FILE* out)
     std::fprintf(out,
                  "usage: lmesh COMMAND [ARGS...]\n"
                  "\n"
-                 "Inspect and convert triangle meshes (binary or ASCII STL, PLY, native .lmesh).\n"
+                 "Inspect, repair, analyse and edit triangle meshes: binary or ASCII STL, PLY and\n"
+                 "the native .lmesh file.\n"
                  "\n"
                  "commands:\n");
-    for (const Subcommand& command : kSubcommands) std::fprintf(out, "  %-16s %s\n", command.name, command.summary);
+    for (const Subcommand& command : kSubcommands) std::fprintf(out, "  %-17s %s\n", command.name, command.summary);
     std::fprintf(out, "\nRun 'lmesh COMMAND --help' for the options of a command.\n");
 }
 
