@@ -710,3 +710,36 @@ short LMeshCleanUpAfterOffset(L_LUMOMESH& mesh, const BaseList<uint32_t>& facets
 short LMeshStartIntermediateMesh(const L_LUMOMESH& first, const L_LUMOMESH& second, const BaseList<uint32_t>& facets);
 short LMeshGetIntermediateMesh(int step, int steps, L_LUMOMESH& mesh);
 void LMeshEndIntermediateMesh();
+
+// ---- Extension past the free boundary ------------------------------------------------------
+
+// One free edge of a chain and the quadrilateral that grows from it. Copies share
+// cornerPoints (the pointer is copied as it stands); nearFacets is copied deeply.
+struct LM_EXTENDEDGE {
+    float startPoint[3] = {};
+    float endPoint[3] = {};
+    float direction[3] = {};           // unit direction of extension
+    float firstExtendedStart[3] = {};  // extendedStart as first computed
+    float firstExtendedEnd[3] = {};
+    float extendedStart[3] = {};       // outer point of startPoint; the cleanups move it
+    float extendedEnd[3] = {};
+    float extensionNormal[3] = {};     // unit normal of the new quadrilateral
+    int32_t facet = -1;                // the mesh's facet on the edge, or -1
+    L_BOUNDSf bounds = {};
+    BaseList<uint32_t> nearFacets;     // facets whose boxes come near the edge
+    int32_t cornerPointCount = 0;
+    float (*cornerPoints)[3] = nullptr;  // fan filling the corner to the next record
+};
+
+// Appends one record per free edge of the chain (vertices: one more than edges), merging
+// an edge shorter than 0.015 into a long record before it that runs the same way and
+// skipping edges shorter than 0.0001; then lists each record's near facets.
+void LMeshCreateExtensionStructureBeforeExtend(L_LUMOMESH& mesh, float extensionDistance, BaseList<uint32_t> edges,
+                                               BaseList<uint32_t> vertices, BaseList<LM_EXTENDEDGE>& extendedEdges);
+// Gives each record its direction and extended points (a record with no direction
+// found stays as it was). Stops before a record when *cancel is 1. Always 0.
+int LMeshExtendFreeEdgeFacets(L_LUMOMESH& mesh, float extensionDistance, BaseList<LM_EXTENDEDGE>& extendedEdges,
+                              const int* cancel);
+// Adds two triangles per record and the corner fans to `result`, then orients it.
+// 0, or -1 for an empty list.
+int LMeshCreateMeshUsingExtendedEdges(BaseList<LM_EXTENDEDGE> extendedEdges, L_LUMOMESH& result);

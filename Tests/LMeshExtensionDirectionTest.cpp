@@ -1,0 +1,4 @@
+#include <gtest/gtest.h>
+
+#include "LMesh.h"
+#include "LMeshExtension.h"
