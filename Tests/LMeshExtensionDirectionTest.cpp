@@ -141,3 +141,18 @@ TEST(LMeshExtensionDirection, ShortSurfaceFallsBackToTheFarthestPoint)
     LM_EXTENDEDGE record = RecordFor(mesh, {0.3f, 0, 0}, {0, 0, 0}, true);
     ExpectDirection(mesh, record, {0, -1, 0}, 1.0 - 1e-9);
 }
+
+// With no facet named, an edge inside the sheet is cut through: the section runs on at
+// both sides of it, so the search gives both ways, square to the edge.
+TEST(LMeshExtensionDirection, EdgeInsideTheSheetGivesBothWays)
+{
+    L_LUMOMESH mesh = FlatSheet(4, 2.0f);
+    LM_EXTENDEDGE record = RecordFor(mesh, {2, 4, 0}, {4, 4, 0}, true);
+    record.facet = -1;
+    L_VECTOR direction{}, second{};
+    bool hasSecond = false;
+    ASSERT_TRUE(FindExtensionDirection(mesh, record, direction, hasSecond, second));
+    ASSERT_TRUE(hasSecond);
+    EXPECT_NEAR(std::fabs(direction.y), 1.0, 1e-9);
+    EXPECT_NEAR(direction.y + second.y, 0.0, 1e-9);
+}
