@@ -116,7 +116,8 @@ BaseList<uint32_t> CollectNeighbourhood(const L_LUMOMESH& mesh, uint32_t facet)
     if (!record) return gathered;
     for (int k = 0; k < 3; ++k) {
         BaseList<uint32_t> around, edges;
-        LMeshGetFacetsAndEdgesAroundVertex(mesh, record->vertex[k], around, edges);
+        const uint32_t vertex = record->vertex[k];  // by value: the record is packed
+        LMeshGetFacetsAndEdgesAroundVertex(mesh, vertex, around, edges);
         MergeFacetLists(gathered, around);
     }
     return gathered;
