@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "LMesh.h"
+#include "LMeshRead.h"
 
 namespace {
 
@@ -172,14 +173,6 @@ struct Chain {
     std::vector<uint32_t> edges;
     std::vector<uint32_t> vertices;
 };
-
-bool ReadPosition(const L_LUMOMESH& mesh, uint32_t v, float* p)
-{
-    const LM_VERTEX* vertex = mesh.vertices.Peek(v);
-    if (!vertex) return false;
-    for (int k = 0; k < 3; ++k) p[k] = vertex->position[k];
-    return true;
-}
 
 bool Near(const L_LUMOMESH& mesh, uint32_t a, uint32_t b, float tolerance)
 {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "LMesh.h"
+#include "LMeshRead.h"
 
 namespace {
 
@@ -56,14 +57,6 @@ bool ReadUnitNormal(const L_LUMOMESH& mesh, uint32_t facet, float* normal)
     if (!record) return false;
     for (int i = 0; i < 3; ++i) normal[i] = record->normal[i];
     NormalizeVector(normal);
-    return true;
-}
-
-bool ReadPosition(const L_LUMOMESH& mesh, uint32_t vertex, float* p)
-{
-    const LM_VERTEX* record = mesh.vertices.Peek(vertex);
-    if (!record) return false;
-    for (int i = 0; i < 3; ++i) p[i] = record->position[i];
     return true;
 }
 

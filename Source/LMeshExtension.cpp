@@ -1,6 +1,7 @@
 // Extended-edge records: one per free edge of a boundary chain, given a direction and
 // outer points, and turned into the triangles of a strip that continues the surface.
 #include "LMeshExtension.h"
+#include "LMeshRead.h"
 
 #include <algorithm>
 #include <cmath>
@@ -30,14 +31,6 @@ void UnitBetween(const float a[3], const float b[3], float out[3])
 {
     for (int k = 0; k < 3; ++k) out[k] = b[k] - a[k];
     NormalizeVector(out);
-}
-
-bool ReadPosition(const L_LUMOMESH& mesh, uint32_t vertex, float out[3])
-{
-    const LM_VERTEX* record = mesh.vertices.Peek(vertex);
-    if (!record) return false;  // id past the vertex store: no position
-    for (int k = 0; k < 3; ++k) out[k] = record->position[k];
-    return true;
 }
 
 L_BOUNDSf BoundsOf(std::initializer_list<const float*> points)

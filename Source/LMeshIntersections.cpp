@@ -7,6 +7,7 @@
 // pair test: the reports, their order and the deletions are those of testing every
 // candidate, at the cost of a bounds check for most of them.
 #include "LMeshIntersections.h"
+#include "LMeshRead.h"
 
 #include <algorithm>
 #include <cmath>
@@ -183,14 +184,6 @@ namespace {
 struct Corners {
     float p[3][3];
 };
-
-bool ReadPosition(const L_LUMOMESH& mesh, uint32_t vertex, float out[3])
-{
-    const LM_VERTEX* record = mesh.vertices.Peek(vertex);
-    if (!record) return false;  // id past the vertex store: no position
-    for (int k = 0; k < 3; ++k) out[k] = record->position[k];
-    return true;
-}
 
 bool ReadCorners(const L_LUMOMESH& mesh, const LM_FACET& facet, Corners& corners)
 {

@@ -17,6 +17,7 @@
 #include <cmath>
 
 #include "LMeshOrientation.h"
+#include "LMeshRead.h"
 
 namespace {
 
@@ -24,15 +25,6 @@ constexpr float kParallelDot = 1e-6f;       // |m . d| below this: the ray runs 
 constexpr float kSelfHitDistance = 1e-6f;   // nearer hits are the seed's own neighbourhood
 constexpr uint32_t kWorkGrowth = 256;       // working lists take the mesh stores' shape,
 constexpr uint32_t kWorkPage = 4096;        // as they hold one entry per facet slot
-
-// Position of a vertex; false for an id past the vertex store (a stale corner).
-bool ReadPosition(const L_LUMOMESH& mesh, uint32_t v, float p[3])
-{
-    const LM_VERTEX* vertex = mesh.vertices.Peek(v);
-    if (!vertex) return false;
-    for (int k = 0; k < 3; ++k) p[k] = vertex->position[k];
-    return true;
-}
 
 bool ReadCorners(const L_LUMOMESH& mesh, const LM_FACET& facet, float p[3][3])
 {
