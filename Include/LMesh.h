@@ -743,3 +743,63 @@ int LMeshExtendFreeEdgeFacets(L_LUMOMESH& mesh, float extensionDistance, BaseLis
 // Adds two triangles per record and the corner fans to `result`, then orients it.
 // 0, or -1 for an empty list.
 int LMeshCreateMeshUsingExtendedEdges(BaseList<LM_EXTENDEDGE> extendedEdges, L_LUMOMESH& result);
+
+// ---- Vertex reorganisation ------------------------------------------------------------------
+
+// Moves each vertex with a closed fan, in slot order, to the centroid of its neighbours,
+// and puts it back if some neighbour's curvature changes by tolerance or more. Facet
+// normals and the box are not refreshed.
+void LMeshReorganizeVertices(L_LUMOMESH& mesh, float tolerance);
+
+// ---- Splitting facets and merging meshes ----------------------------------------------------
+
+// Splits the facet on the edge (facet[0], else facet[1]) in two at the point, then welds
+// around the new facets within tolerance. 1 done, 0 refused, -1 for an edge id past the store.
+short LMeshSplitTriangleByPointOnEdge(L_LUMOMESH& mesh, const float* point, uint32_t edge, float tolerance);
+// Appends every slot of source (dead ones too) after destination's, shifting ids and the
+// groups other than 0; welds border edges within tolerance when optimise is set. True.
+bool LMeshMerge(const L_LUMOMESH& source, L_LUMOMESH& destination, float tolerance, bool optimise);
+// Adds a copy of each listed facet to destination (the source itself when null),
+// rewriting the list to the copies' ids, then welds border edges within tolerance.
+void LMeshCopyFacets(L_LUMOMESH& source, BaseList<uint32_t>& facets, float tolerance, L_LUMOMESH* destination);
+
+// ---- Subdivision and FEM remeshing ----------------------------------------------------------
+
+// Cuts the listed facets (all when null) into four at their edge midpoints, welds, deletes
+// the old facets and orients. newFacets counts 4 per split. 0.
+short LMeshRemesh1to4Subdivision(L_LUMOMESH& mesh, float tolerance, uint32_t& newFacets,
+                                 const BaseList<uint32_t>* facets);
+// Cuts facets larger than the smallest into three at their centroids (again while a piece
+// exceeds the smallest by reorganizeDistance, with repeat). The pieces wind the other
+// way. 0, or -1 for a facet whose edges do not match its corners (splits made stay).
+short LMeshRemeshCentroidSubdivision(L_LUMOMESH& mesh, bool repeat, uint32_t& newFacets,
+                                     const LM_TOLERANCES& tolerances);
+// Slices the mesh by slicesY, slicesX and slicesZ axis planes over its stored box, then
+// rebuilds and cleans it for finite-element use. The path is not read. 0.
+short LMeshRemeshFEMAnalysis(L_LUMOMESH& mesh, const LM_TOLERANCES& tolerances, const wchar_t* path);
+
+// ---- Non-manifold repair ----------------------------------------------------------------------
+
+// Deletes facets with no neighbour and facets with a border edge that two or more edges
+// of other facets lie on (ends nearer than tolerance per axis). Returns the facets deleted.
+uint32_t LMeshDeleteNonManifoldFacets(L_LUMOMESH& mesh, float tolerance);
+// Splits each facet whose border edge passes within distance of a vertex that is not its
+// corner (T-junctions), among the listed facets or the whole mesh, then deletes zero-area
+// facets and welds border edges within endTolerance. Returns the facets split.
+uint32_t LMeshRepairVertexEdgeDisjoints(L_LUMOMESH& mesh, const BaseList<uint32_t>* facets, float distance,
+                                        float endTolerance, float area);
+
+// ---- Cleanup driver ---------------------------------------------------------------------------
+
+// Removes flaps: facets with two free sides that hang off the surface by their third side,
+// folded back against the facet across it. Returns the facets deleted.
+uint32_t LMeshRemoveOverhangs(L_LUMOMESH& mesh);
+// Runs the repairs in a fixed order, each behind its flag: weld, zero-area facets, equal
+// facets and partial overlaps, non-manifold facets, weld again, overhangs, skinny facets,
+// T-junctions, holes, orientation. results[0..6]: equal and overlapping facets,
+// non-manifold facets, zero-area facets, skinny edges collapsed, holes filled (or -1),
+// facets split at T-junctions, 1 if the orientation touched a facet. Steps switched off
+// give 0.
+void LMeshCleanup(L_LUMOMESH& mesh, float tolerance, uint32_t* results, bool removeEqual, bool removeNonManifold,
+                  bool removeZeroArea, float areaTolerance, bool removeSkinny, float aspectRatioLimit, bool fillHoles,
+                  bool repairDisjoints, float disjointTolerance, bool orient, bool removeOverhangs);

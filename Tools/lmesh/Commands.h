@@ -20,3 +20,7 @@ int RunComponents(const std::vector<std::string>& args);
 int RunThickness(const std::vector<std::string>& args);
 int RunOffset(const std::vector<std::string>& args);
 int RunIntersections(const std::vector<std::string>& args);
+int RunExtend(const std::vector<std::string>& args);
+int RunRepair(const std::vector<std::string>& args);
+int RunSubdivide(const std::vector<std::string>& args);
+int RunRemeshFem(const std::vector<std::string>& args);

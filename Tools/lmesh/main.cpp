@@ -30,6 +30,10 @@ const Subcommand kSubcommands[] = {
     {"thickness", "wall thickness per facet, with its distribution over the area", RunThickness},
     {"offset", "grow or shrink a mesh by moving its vertices", RunOffset},
     {"intersections", "find facets that cross each other, optionally delete them", RunIntersections},
+    {"extend", "grow strips out of the free boundary along the surface", RunExtend},
+    {"repair", "weld, remove bad facets, mend T-junctions, fill holes and orient", RunRepair},
+    {"subdivide", "split facets into four at their edge midpoints, or at centroids", RunSubdivide},
+    {"remesh-fem", "slice by axis planes and clean up for finite-element use", RunRemeshFem},
 };
 
 void PrintUsage(FILE* out)

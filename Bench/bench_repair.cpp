@@ -1,0 +1,2 @@
+// (in progress)
+#include <benchmark/benchmark.h>

@@ -1,0 +1,4 @@
+// (in progress)
+#include "LMesh.h"
+
+void LMeshReorganizeVertices(L_LUMOMESH&, float) {}
