@@ -744,6 +744,50 @@ int LMeshExtendFreeEdgeFacets(L_LUMOMESH& mesh, float extensionDistance, BaseLis
 // 0, or -1 for an empty list.
 int LMeshCreateMeshUsingExtendedEdges(BaseList<LM_EXTENDEDGE> extendedEdges, L_LUMOMESH& result);
 
+// The cleanups repair a chain of records in place, before any triangle exists, so that
+// neighbouring quadrilaterals neither leave gaps nor overlap at corners. Each returns
+// whether a record changed. The list owns the corner points they allocate: release them
+// once with LMeshFreeExtensionCornerPoints (copies of a list share them).
+//
+// Snaps outer points less than gapTolerance apart, gives records with no direction the
+// outer points of their neighbours, and joins the outer lines of gently turning corners
+// at their meeting point.
+bool LMeshSimpleCleanupAfterExtension(BaseList<LM_EXTENDEDGE>& extendedEdges, float extensionDistance,
+                                      float gapTolerance);
+// Gives each open corner that is not an overlap a fan of corner points at the extension
+// distance around the corner, about one per 15 degrees of the turn.
+bool LMeshFillGapsAfterExtension(BaseList<LM_EXTENDEDGE>& extendedEdges, float extensionDistance,
+                                 float gapTolerance);
+// Trims overlapping corners: where the outer lines on either side of a corner cross,
+// possibly several records away, they are cut at the crossing and the records between
+// are drawn to it. Stops before a corner when *cancel is 1.
+bool LMeshComplexCleanupAfterExtension(BaseList<LM_EXTENDEDGE>& extendedEdges, float extensionDistance,
+                                       const int* cancel, float gapTolerance);
+// For callers with an outline to stay within: the outer points are pulled back to the
+// first outline (and then the second, if not empty) wherever the way out from the edge
+// crosses it, in the plane that `transform` (4x4, row vectors, model to outline
+// coordinates; null for none) takes to z = 0. Outlines are polylines of x, y, z floats.
+// Then the corners are trimmed as by the complex cleanup and the strip is added to
+// `result`. `edges` receives the indices of the records pulled back, `first` and `second`
+// how many each outline pulled back. Points within tolerance of an outline count as on
+// it. False (and nothing done) for an empty first outline.
+bool LMeshCleanupAfterExtensionUsingSilhouette(BaseList<LM_EXTENDEDGE>& extendedEdges, float extensionDistance,
+                                               L_LUMOMESH& result, BaseList<BaseList<float>>& silhouette,
+                                               double (*transform)[4], BaseList<BaseList<float>>& secondSilhouette,
+                                               BaseList<uint32_t>& edges, int& first, int& second, float tolerance);
+// Releases the corner points of the list's records, each block once, and clears them.
+void LMeshFreeExtensionCornerPoints(BaseList<LM_EXTENDEDGE>& extendedEdges);
+
+// Extends every chain of free edges (only the one of most vertices with
+// longestChainOnly): the strip of chain i is added to results[i], after the cleanups
+// when asked. The mesh is not changed. Always 0.
+int LMeshExtendMesh(L_LUMOMESH& mesh, float extensionDistance, BaseList<L_LUMOMESH>& results, bool longestChainOnly,
+                    bool cleanup);
+// Extends one chain of free edges (vertices: one more than edges) into `result`, with
+// every cleanup. Always 0.
+int LMeshExtendBoundary(L_LUMOMESH& mesh, float extensionDistance, const BaseList<uint32_t>& edges,
+                        const BaseList<uint32_t>& vertices, L_LUMOMESH& result);
+
 // ---- Vertex reorganisation ------------------------------------------------------------------
 
 // Moves each vertex with a closed fan, in slot order, to the centroid of its neighbours,

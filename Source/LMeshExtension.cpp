@@ -228,3 +228,60 @@ int LMeshCreateMeshUsingExtendedEdges(BaseList<LM_EXTENDEDGE> extendedEdges, L_L
     LMeshOrientFacets(result, 1e-5f, 1);
     return 0;
 }
+
+namespace {
+
+constexpr float kCleanupGap = 0.1f;  // the gap tolerance the drivers give the cleanups
+
+// Records for one chain, given their directions and outer points, then cleaned up.
+void ExtendChain(L_LUMOMESH& mesh, float extensionDistance, const BaseList<uint32_t>& edges,
+                 const BaseList<uint32_t>& vertices, bool cleanup, BaseList<LM_EXTENDEDGE>& records)
+{
+    LMeshCreateExtensionStructureBeforeExtend(mesh, extensionDistance, edges, vertices, records);
+    LMeshExtendFreeEdgeFacets(mesh, extensionDistance, records, nullptr);
+    if (!cleanup) return;
+    LMeshSimpleCleanupAfterExtension(records, extensionDistance, kCleanupGap);
+    LMeshFillGapsAfterExtension(records, extensionDistance, kCleanupGap);
+    LMeshComplexCleanupAfterExtension(records, extensionDistance, nullptr, kCleanupGap);
+    RelieveExtensionKinks(records);
+}
+
+// The chain of most vertices; of equals the first.
+uint32_t LongestChain(const BaseList<BaseList<uint32_t>>& vertexChains)
+{
+    uint32_t longest = 0;
+    for (uint32_t i = 1; i < vertexChains.count; ++i)
+        if (vertexChains.Peek(i)->count > vertexChains.Peek(longest)->count) longest = i;
+    return longest;
+}
+
+}  // namespace
+
+int LMeshExtendMesh(L_LUMOMESH& mesh, float extensionDistance, BaseList<L_LUMOMESH>& results, bool longestChainOnly,
+                    bool cleanup)
+{
+    BaseList<BaseList<uint32_t>> edgeChains, vertexChains;
+    LMeshGetConnectedEdgesBatch(mesh, -1.0f, 1e-6f, edgeChains, vertexChains);
+    const uint32_t chains = std::min(edgeChains.count, vertexChains.count);
+    const uint32_t first = longestChainOnly && chains > 1 ? LongestChain(vertexChains) : 0;
+    const uint32_t end = longestChainOnly && chains > 1 ? first + 1 : chains;
+    for (uint32_t c = first; c < end; ++c) {
+        L_LUMOMESH* result = results.At(c - first);
+        if (!result) break;  // out of memory: the strips made so far stay
+        BaseList<LM_EXTENDEDGE> records(16, 4096);
+        ExtendChain(mesh, extensionDistance, *edgeChains.Peek(c), *vertexChains.Peek(c), cleanup, records);
+        LMeshCreateMeshUsingExtendedEdges(records, *result);
+        LMeshFreeExtensionCornerPoints(records);
+    }
+    return 0;
+}
+
+int LMeshExtendBoundary(L_LUMOMESH& mesh, float extensionDistance, const BaseList<uint32_t>& edges,
+                        const BaseList<uint32_t>& vertices, L_LUMOMESH& result)
+{
+    BaseList<LM_EXTENDEDGE> records(16, 4096);
+    ExtendChain(mesh, extensionDistance, edges, vertices, true, records);
+    LMeshCreateMeshUsingExtendedEdges(records, result);
+    LMeshFreeExtensionCornerPoints(records);
+    return 0;
+}

@@ -1,32 +1,13 @@
-#include "LMeshExtension.h"
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
-#include <functional>
 
-#include "TestMeshes.h"
+#include "ExtensionStrips.h"
 
 namespace {
 
-using Place = std::function<std::array<float, 3>(int i, int j)>;
-
-// An nx by ny grid of quads, two facets each, with vertex (i, j) at place(i, j).
-L_LUMOMESH Sheet(int nx, int ny, const Place& place)
-{
-    std::vector<float> coords;
-    for (int j = 0; j <= ny; ++j)
-        for (int i = 0; i <= nx; ++i)
-            for (float c : place(i, j)) coords.push_back(c);
-    std::vector<int> indices;
-    for (int j = 0; j < ny; ++j) {
-        for (int i = 0; i < nx; ++i) {
-            const int a = j * (nx + 1) + i, b = a + 1, c = a + nx + 2, d = a + nx + 1;
-            indices.insert(indices.end(), {a, b, c, a, c, d});
-        }
-    }
-    return testmesh::FromIndexed(coords, indices);
-}
+using extension::Sheet;
 
 L_LUMOMESH FlatSheet(int cells, float step)
 {
