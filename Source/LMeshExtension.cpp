@@ -1,6 +1,7 @@
 // Extended-edge records: one per free edge of a boundary chain, given a direction and
 // outer points, and turned into the triangles of a strip that continues the surface.
 #include "LMeshExtension.h"
+#include "LMeshPlane.h"
 #include "LMeshRead.h"
 
 #include <algorithm>
@@ -118,12 +119,12 @@ void Offset(const float point[3], float distance, const float direction[3], floa
 }
 
 // Gives the record its direction and outer points; false when none is found.
-bool Extend(L_LUMOMESH& mesh, float extensionDistance, LM_EXTENDEDGE& record)
+bool Extend(L_LUMOMESH& mesh, float extensionDistance, const FacetBlockSection& blocks, LM_EXTENDEDGE& record)
 {
     LM_EXTENDEDGE copy = record;
     L_VECTOR direction, second;
     bool hasSecond = false;
-    if (!FindExtensionDirection(mesh, copy, direction, hasSecond, second)) return false;
+    if (!FindExtensionDirection(mesh, copy, direction, hasSecond, second, &blocks)) return false;
     record.direction[0] = float(direction.x);
     record.direction[1] = float(direction.y);
     record.direction[2] = float(direction.z);
@@ -190,6 +191,7 @@ void LMeshCreateExtensionStructureBeforeExtend(L_LUMOMESH& mesh, float extension
 int LMeshExtendFreeEdgeFacets(L_LUMOMESH& mesh, float extensionDistance, BaseList<LM_EXTENDEDGE>& extendedEdges,
                               const int* cancel)
 {
+    const FacetBlockSection blocks(mesh);  // one whole-mesh cutter for every record
     for (uint32_t i = 0; i < extendedEdges.count; ++i) {
         if (cancel && *cancel == 1) break;
         LM_EXTENDEDGE& record = *extendedEdges.At(i);
@@ -204,7 +206,7 @@ int LMeshExtendFreeEdgeFacets(L_LUMOMESH& mesh, float extensionDistance, BaseLis
                 continue;  // this record keeps no direction of its own
             }
         }
-        Extend(mesh, extensionDistance, record);
+        Extend(mesh, extensionDistance, blocks, record);
     }
     return 0;
 }

@@ -10,6 +10,12 @@
 // facets, the whole mesh. Unit vectors; false when no stage finds one.
 bool FindExtensionDirection(L_LUMOMESH& mesh, LM_EXTENDEDGE& record, L_VECTOR& direction, bool& hasSecond,
                             L_VECTOR& secondDirection);
+// The same, with the whole mesh cut through `blocks` (made once for all the records of
+// one mesh, null to cut it plainly): the result is the same, at the cost of the facets
+// near each plane.
+class FacetBlockSection;
+bool FindExtensionDirection(L_LUMOMESH& mesh, LM_EXTENDEDGE& record, L_VECTOR& direction, bool& hasSecond,
+                            L_VECTOR& secondDirection, const FacetBlockSection* blocks);
 
 // The last cleanup stage: evens out zigzags of the outer line where the boundary runs
 // straight, by shortening the outer points around a kink and inserting bridging records.

@@ -6,6 +6,7 @@
 // (the edge's facet, the facets round its corners, the whole mesh) only as far as
 // needed to reach such a point.
 #include "LMeshExtension.h"
+#include "LMeshPlane.h"
 
 #include <new>
 #include <optional>
@@ -231,7 +232,10 @@ std::vector<L_POINT> PlainPoints(const std::vector<L_SEGM>& lines, const L_POINT
 }
 
 // Greedy walk: the point nearest m first, then each next the nearest to the one before.
-void SortByProximity(std::vector<L_POINT>& points, const L_POINT& m)
+// Stops at the first point at least kReach from m and returns its place; the walk
+// before it is all that decides, so the rest is not ordered. points.size() when no
+// point is that far (the whole list is then in walk order).
+size_t WalkToReach(std::vector<L_POINT>& points, const L_POINT& m)
 {
     L_POINT previous = m;
     for (size_t i = 0; i < points.size(); ++i) {
@@ -240,7 +244,9 @@ void SortByProximity(std::vector<L_POINT>& points, const L_POINT& m)
             if (dist_PP(&points[j], &previous) < dist_PP(&points[best], &previous)) best = j;
         std::swap(points[i], points[best]);
         previous = points[i];
+        if (dist_PP(&previous, &m) >= kReach) return i;
     }
+    return points.size();
 }
 
 // Picks a section point at least kReach from m (or, with the fallback, the farthest
@@ -255,10 +261,9 @@ bool SampleSectionPoint(const List<L_ELEMENT>& elements, const L_POINT& m, const
     std::vector<L_POINT> points =
         split ? SplitPoints(lines, m, reference ? *reference : none, sample) : PlainPoints(lines, m, reference);
     if (points.empty()) return false;
-    SortByProximity(points, m);
-    for (const L_POINT& point : points) {
-        if (dist_PP(&point, &m) < kReach) continue;
-        sample.point = point;
+    const size_t reached = WalkToReach(points, m);
+    if (reached < points.size()) {
+        sample.point = points[reached];
         return true;
     }
     if (!allowFallback) return false;
@@ -269,7 +274,8 @@ bool SampleSectionPoint(const List<L_ELEMENT>& elements, const L_POINT& m, const
 // One edge's search: its cutting plane and the reference direction found so far.
 class DirectionSearch {
 public:
-    DirectionSearch(L_LUMOMESH& mesh, const LM_EXTENDEDGE& record) : mesh_(mesh), record_(record)
+    DirectionSearch(L_LUMOMESH& mesh, const LM_EXTENDEDGE& record, const FacetBlockSection* blocks)
+        : mesh_(mesh), record_(record), blocks_(blocks)
     {
         for (int k = 0; k < 3; ++k) {
             start_[k] = record.startPoint[k];
@@ -319,7 +325,11 @@ public:
     {
         if (!wholeCut_) {
             wholeCut_ = true;
-            LMeshPlaneSection(mesh_, plane_, whole_, 0, kSectionTolerance, nullptr);
+            if (blocks_) {
+                blocks_->Section(plane_, whole_);
+            } else {
+                LMeshPlaneSection(mesh_, plane_, whole_, 0, kSectionTolerance, nullptr);
+            }
         }
         if (whole_.Size() == 0) return {};
         if (record_.facet < 0) hasReference_ = ReferenceFromFirstLine(whole_, reference_);
@@ -351,6 +361,7 @@ private:
 
     L_LUMOMESH& mesh_;
     const LM_EXTENDEDGE& record_;
+    const FacetBlockSection* blocks_;
     float start_[3], end_[3];
     L_POINT midpoint_{};
     L_PLANE plane_{};
@@ -365,9 +376,15 @@ private:
 bool FindExtensionDirection(L_LUMOMESH& mesh, LM_EXTENDEDGE& record, L_VECTOR& direction, bool& hasSecond,
                             L_VECTOR& secondDirection)
 {
+    return FindExtensionDirection(mesh, record, direction, hasSecond, secondDirection, nullptr);
+}
+
+bool FindExtensionDirection(L_LUMOMESH& mesh, LM_EXTENDEDGE& record, L_VECTOR& direction, bool& hasSecond,
+                            L_VECTOR& secondDirection, const FacetBlockSection* blocks)
+{
     hasSecond = false;
     try {
-        DirectionSearch search(mesh, record);
+        DirectionSearch search(mesh, record, blocks);
         std::optional<bool> found = search.FromFacet(direction);
         if (!found) found = search.FromNeighbourhood(direction);
         if (!found && record.nearFacets.count > 1) found = search.FromWholeMesh(false, direction, hasSecond, secondDirection);

@@ -3,6 +3,8 @@
 // steps of imprint and cut, open to the tests.
 #pragma once
 
+#include <vector>
+
 #include "LMesh.h"
 
 struct PlaneTriangle {
@@ -14,6 +16,20 @@ struct PlaneTriangle {
 // False for a normal that cannot be normalised: such a plane has no side.
 bool BuildPlaneTriangle(const float bboxMin[3], const float bboxMax[3], const L_PLANE& plane,
                         PlaneTriangle& triangle);
+
+// Sections one mesh by many planes as LMeshPlaneSection does with chain 0 (the same
+// elements in the same order), but visits only the blocks of consecutive facet ids
+// whose box the plane may cross, so a cut costs about the facets near the plane where
+// ids follow the surface. The mesh and its stored box must not change meanwhile.
+class FacetBlockSection {
+public:
+    explicit FacetBlockSection(const L_LUMOMESH& mesh);
+    bool Section(const L_PLANE& plane, List<L_ELEMENT>& elements) const;
+
+private:
+    const L_LUMOMESH& mesh_;
+    std::vector<L_BOUNDSf> boxes_;  // block b holds ids b * kBlockSize up to the next block
+};
 
 // ---- Imprint and cut ---------------------------------------------------------------
 

@@ -65,6 +65,26 @@ public:
         return (value > bound) - (value < -bound);  // NaN gives 0
     }
 
+    // True only when every point of the box lies so far on one side that the exact
+    // test is bound to find each corner of a facet inside it on that side.
+    bool MissesBox(const L_BOUNDSf& box) const
+    {
+        double low = INFINITY, high = -INFINITY, reach = 0.0;
+        for (int corner = 0; corner < 8; ++corner) {
+            const double dx = double(corner & 1 ? box.max[0] : box.min[0]) - origin_.x;
+            const double dy = double(corner & 2 ? box.max[1] : box.min[1]) - origin_.y;
+            const double dz = double(corner & 4 ? box.max[2] : box.min[2]) - origin_.z;
+            const double value = normal_.x * dx + normal_.y * dy + normal_.z * dz;
+            low = std::min(low, value);
+            high = std::max(high, value);
+            reach = std::max(reach, magnitude_.x * std::fabs(dx) + magnitude_.y * std::fabs(dy) +
+                                        magnitude_.z * std::fabs(dz));
+        }
+        // Far wider than the corner test's own margin and the rounding of these sums.
+        const double margin = 1e-9 * reach;
+        return low > margin || high < -margin;
+    }
+
     // True only when the exact test is bound to find the corners strictly on one side.
     bool Misses(const L_POINT& p0, const L_POINT& p1, const L_POINT& p2) const
     {
@@ -172,4 +192,52 @@ bool LMeshPlaneSection(const L_LUMOMESH& mesh, const L_PLANE& plane, List<L_ELEM
     if (elements.Size() == 0) return false;
     if (chain != 0) ChainAndSimplify(elements, tolerance);
     return true;
+}
+
+namespace {
+
+constexpr uint32_t kBlockSize = 64;
+
+}  // namespace
+
+FacetBlockSection::FacetBlockSection(const L_LUMOMESH& mesh) : mesh_(mesh)
+{
+    const BaseList<LM_FACET>& store = mesh.facets;
+    boxes_.reserve((store.count + kBlockSize - 1) / kBlockSize);
+    for (uint32_t first = 0; first < store.count; first += kBlockSize) {
+        L_BOUNDSf box = {{INFINITY, INFINITY, INFINITY}, {-INFINITY, -INFINITY, -INFINITY}};
+        for (uint32_t f = first; f < std::min(store.count, first + kBlockSize); ++f) {
+            const LM_FACET& facet = *store.Peek(f);
+            for (int c = 0; c < 3; ++c) {
+                const LM_VERTEX* vertex = mesh.vertices.Peek(facet.vertex[c]);
+                if (!vertex) continue;  // such a facet is never cut
+                for (int k = 0; k < 3; ++k) {
+                    // NaN stays in the box, so that the block is always visited.
+                    const float x = vertex->position[k];
+                    box.min[k] = std::isnan(x) || std::isnan(box.min[k]) ? NAN : std::min(box.min[k], x);
+                    box.max[k] = std::isnan(x) || std::isnan(box.max[k]) ? NAN : std::max(box.max[k], x);
+                }
+            }
+        }
+        boxes_.push_back(box);
+    }
+}
+
+bool FacetBlockSection::Section(const L_PLANE& plane, List<L_ELEMENT>& elements) const
+{
+    PlaneTriangle triangle;
+    if (!BuildPlaneTriangle(mesh_.bboxMin, mesh_.bboxMax, plane, triangle)) return false;
+    const SideTest sides(triangle);
+    const BaseList<LM_FACET>& store = mesh_.facets;
+    for (uint32_t b = 0; b < boxes_.size(); ++b) {
+        const L_BOUNDSf& box = boxes_[b];
+        const bool empty = box.min[0] > box.max[0];
+        // A corner that is not finite is cut as the whole-mesh section would cut it.
+        const bool finite = std::isfinite(box.min[0] + box.min[1] + box.min[2] + box.max[0] + box.max[1] + box.max[2]);
+        if (empty || (finite && sides.MissesBox(box))) continue;
+        const uint32_t first = b * kBlockSize;
+        for (uint32_t f = first; f < std::min(store.count, first + kBlockSize); ++f)
+            CutFacet(mesh_, *store.Peek(f), f, triangle, sides, elements, nullptr);
+    }
+    return elements.Size() != 0;
 }

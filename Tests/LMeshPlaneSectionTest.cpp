@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "LMesh.h"
+#include "LMeshPlane.h"
 #include "TestMeshes.h"
 
 namespace {
@@ -141,4 +142,36 @@ TEST(PlaneSection, TiltedCutThroughRealPartLiesOnThePlaneInClosedChains)
     EXPECT_LT(chained.Size(), raw.Size());
     ExpectEndsOnPlane(chained, plane, 1e-9);
     ExpectAllChainsClosed(chained, tolerance);
+}
+
+// The block-skipping cutter gives exactly the plain section's lines, in the same order,
+// for planes at every angle and place, also through corners, edges and a NaN vertex.
+TEST(PlaneSection, BlockSectionEqualsThePlainSection)
+{
+    const std::string path = "../shared/data/meshes/plate_holes_binary.stl";
+    if (!std::ifstream(path)) GTEST_SKIP() << "mesh corpus not found: " << path;
+    L_LUMOMESH part;
+    ASSERT_TRUE(LMeshLoadFromSTL(std::wstring(path.begin(), path.end()).c_str(), 0.0f, &part));
+    LMeshComputeAbsoluteBoundingBox(part);
+    part.vertices.At(7)->position[1] = NAN;
+    const FacetBlockSection blocks(part);
+    uint32_t seed = 12345;
+    auto next = [&seed] { return (seed = seed * 1664525u + 1013904223u) / 4294967296.0; };
+    for (int i = 0; i < 60; ++i) {
+        // Half the planes pass through a vertex, with an axis-aligned normal every third time.
+        const LM_VERTEX& vertex = *part.vertices.Peek(uint32_t(next() * part.vertices.count));
+        L_PLANE plane = {{vertex.position[0], vertex.position[1], vertex.position[2]},
+                         {next() - 0.5, next() - 0.5, next() - 0.5}};
+        if (i % 2) plane.point = {part.bboxMin[0] + next() * 60, part.bboxMin[1] + next() * 60, next() * 20};
+        if (i % 3 == 0) plane.normal = {0, 0, 1};
+        List<L_ELEMENT> plain, blocked;
+        EXPECT_EQ(LMeshPlaneSection(part, plane, plain, 0, 1e-6, nullptr), blocks.Section(plane, blocked)) << i;
+        ASSERT_EQ(plain.Size(), blocked.Size()) << i;
+        for (uint32_t k = 1; k <= plain.Size(); ++k) {
+            const L_SEGM &a = plain.Get(k)->Segment(), &b = blocked.Get(k)->Segment();
+            EXPECT_TRUE(a.start.x == b.start.x && a.start.y == b.start.y && a.start.z == b.start.z &&
+                        a.end.x == b.end.x && a.end.y == b.end.y && a.end.z == b.end.z)
+                << i << " " << k;
+        }
+    }
 }
