@@ -136,13 +136,27 @@ bool DirectionBetweenPoints(const float startPoint[3], const float endPoint[3], 
     return normalise(&result) == 0;
 }
 
+// Index of the first of the places [from, count) whose point, as `at` gives it, lies
+// nearest `target`.
+template <class At>
+size_t NearestIndex(size_t from, size_t count, const L_POINT& target, At at)
+{
+    size_t best = from;
+    double bestDistance = dist_PP(&at(from), &target);
+    for (size_t i = from + 1; i < count; ++i) {
+        const double distance = dist_PP(&at(i), &target);
+        if (distance < bestDistance) {
+            best = i;
+            bestDistance = distance;
+        }
+    }
+    return best;
+}
+
 // Index of the first line whose start is nearest to `point`, among those from `from`.
 size_t NearestStart(const std::vector<L_SEGM>& lines, size_t from, const L_POINT& point)
 {
-    size_t best = from;
-    for (size_t i = from + 1; i < lines.size(); ++i)
-        if (dist_PP(&lines[i].start, &point) < dist_PP(&lines[best].start, &point)) best = i;
-    return best;
+    return NearestIndex(from, lines.size(), point, [&lines](size_t i) -> const L_POINT& { return lines[i].start; });
 }
 
 // Orders a group into a chain from the line starting nearest m, end to next start;
@@ -239,9 +253,8 @@ size_t WalkToReach(std::vector<L_POINT>& points, const L_POINT& m)
 {
     L_POINT previous = m;
     for (size_t i = 0; i < points.size(); ++i) {
-        size_t best = i;
-        for (size_t j = i + 1; j < points.size(); ++j)
-            if (dist_PP(&points[j], &previous) < dist_PP(&points[best], &previous)) best = j;
+        const size_t best =
+            NearestIndex(i, points.size(), previous, [&points](size_t j) -> const L_POINT& { return points[j]; });
         std::swap(points[i], points[best]);
         previous = points[i];
         if (dist_PP(&previous, &m) >= kReach) return i;
