@@ -767,7 +767,7 @@ bool LMeshComplexCleanupAfterExtension(BaseList<LM_EXTENDEDGE>& extendedEdges, f
 // first outline (and then the second, if not empty) wherever the way out from the edge
 // crosses it, in the plane that `transform` (4x4, row vectors, model to outline
 // coordinates; null for none) takes to z = 0. Outlines are polylines of x, y, z floats.
-// Then the corners are trimmed as by the complex cleanup and the strip is added to
+// Then open corners get fans, overlapping ones are trimmed, and the strip is added to
 // `result`. `edges` receives the indices of the records pulled back, `first` and `second`
 // how many each outline pulled back. Points within tolerance of an outline count as on
 // it. False (and nothing done) for an empty first outline.
@@ -835,8 +835,11 @@ uint32_t LMeshRepairVertexEdgeDisjoints(L_LUMOMESH& mesh, const BaseList<uint32_
 
 // ---- Cleanup driver ---------------------------------------------------------------------------
 
-// Removes flaps: facets with two free sides that hang off the surface by their third side,
-// folded back against the facet across it. Returns the facets deleted.
+// Removes flaps: facets with two free sides that hang by their third side from a facet
+// of the surface (one with another inner side), folded back against it: seen along
+// that side, the two apexes lie within 30 degrees of each other (with consistent
+// winding, normals more than 150 degrees apart), whichever way either is wound. Judged
+// on the mesh at entry; deletes through LMeshDeleteFacets. Returns the facets deleted.
 uint32_t LMeshRemoveOverhangs(L_LUMOMESH& mesh);
 // Runs the repairs in a fixed order, each behind its flag: weld, zero-area facets, equal
 // facets and partial overlaps, non-manifold facets, weld again, overhangs, skinny facets,

@@ -489,6 +489,7 @@ bool LMeshCleanupAfterExtensionUsingSilhouette(BaseList<LM_EXTENDEDGE>& extended
     if (secondSilhouette.count > 0)
         second = PullBackToOutline(extendedEdges, secondSilhouette, transform, tolerance, pulled);
     for (uint32_t i : pulled) AppendTo(edges, i);
+    LMeshFillGapsAfterExtension(extendedEdges, extensionDistance, tolerance);
     TrimOverlappingCorners(extendedEdges, extensionDistance, IsClosed(extendedEdges, kApart), nullptr);
     if (extendedEdges.count > 0) LMeshCreateMeshUsingExtendedEdges(extendedEdges, result);
     return true;

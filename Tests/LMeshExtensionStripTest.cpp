@@ -181,3 +181,100 @@ TEST(LMeshExtensionStrip, RealOpenPart)
     EXPECT_GE(strip.facetCount, 2 * records.count);
     ExpectNoCrossingTriangles(strip);
 }
+
+namespace {
+
+LM_EXTENDEDGE Quad(float x0, float x1, float outStart[2], float outEnd[2])
+{
+    LM_EXTENDEDGE record;
+    const float start[3] = {x0, 0, 0}, end[3] = {x1, 0, 0};
+    for (int k = 0; k < 3; ++k) {
+        record.startPoint[k] = start[k];
+        record.endPoint[k] = end[k];
+        record.extendedStart[k] = k < 2 ? outStart[k] : 0.0f;
+        record.extendedEnd[k] = k < 2 ? outEnd[k] : 0.0f;
+    }
+    record.direction[1] = -1.0f;
+    return record;
+}
+
+Records Chain(std::initializer_list<LM_EXTENDEDGE> list)
+{
+    Records records(16, 4096);
+    for (const LM_EXTENDEDGE& record : list) *records.At(records.count) = record;
+    return records;
+}
+
+}  // namespace
+
+// Outer points less than the tolerance apart are snapped; a wider gap on a straight run
+// is joined half way.
+TEST(LMeshExtensionCleanup, SnapsSmallGapsAndJoinsStraightRunsHalfWay)
+{
+    for (float gap : {0.09f, 0.1f}) {
+        float a0[2] = {0, -1}, a1[2] = {1, -1}, b0[2] = {1 + gap, -1}, b1[2] = {2, -1};
+        Records records = Chain({Quad(0, 1, a0, a1), Quad(1, 2, b0, b1)});
+        EXPECT_TRUE(LMeshSimpleCleanupAfterExtension(records, 1.0f, 0.1f));
+        const float joined = gap < 0.1f ? 1.0f : 1.0f + gap / 2;
+        EXPECT_FLOAT_EQ(records.Peek(0)->extendedEnd[0], joined) << gap;
+        EXPECT_FLOAT_EQ(records.Peek(1)->extendedStart[0], joined) << gap;
+    }
+}
+
+// A zigzag of the outer line where the boundary runs straight is cut back at both
+// corners of the kinked record, and two bridging records close the cuts.
+TEST(LMeshExtensionCleanup, KinkIsRelievedWithTwoBridges)
+{
+    float a0[2] = {0, -1}, a1[2] = {1, -1}, b0[2] = {1, -1}, b1[2] = {2, -1.5f}, c0[2] = {2, -1.5f},
+          c1[2] = {3.5f, -1};
+    Records records = Chain({Quad(0, 1, a0, a1), Quad(1, 2, b0, b1), Quad(2, 3.5f, c0, c1)});
+    RelieveExtensionKinks(records);
+    ASSERT_EQ(records.count, 5u);
+    EXPECT_EQ(records.Peek(1)->facet, -1);
+    EXPECT_FLOAT_EQ(records.Peek(1)->startPoint[0], records.Peek(1)->endPoint[0]);
+    EXPECT_FLOAT_EQ(records.Peek(1)->extendedStart[0], records.Peek(0)->extendedEnd[0]);
+    EXPECT_FLOAT_EQ(records.Peek(1)->extendedEnd[0], records.Peek(2)->extendedStart[0]);
+    EXPECT_LT(records.Peek(0)->extendedEnd[0], 1.0f);
+    ExpectNoCrossingTriangles(StripOf(records));
+}
+
+// An outline pulls the outer points back to where it runs; an empty one does nothing.
+TEST(LMeshExtensionCleanup, SilhouetteHoldsTheStripWithinIt)
+{
+    L_LUMOMESH sheet = Grid(6, 4);
+    Records records = ExtendedChains(sheet, 0.5f)[0];
+    BaseList<BaseList<float>> outline, none;
+    BaseList<float>& line = *outline.At(0);
+    for (float c : {-0.25f, -0.25f, 0.0f, 6.25f, -0.25f, 0.0f, 6.25f, 4.25f, 0.0f, -0.25f, 4.25f, 0.0f, -0.25f,
+                    -0.25f, 0.0f})
+        *line.At(line.count) = c;
+    BaseList<uint32_t> pulled;
+    int first = -1, second = -1;
+    L_LUMOMESH strip;
+    EXPECT_FALSE(LMeshCleanupAfterExtensionUsingSilhouette(records, 0.5f, strip, none, nullptr, none, pulled, first,
+                                                           second, 1e-4f));
+    EXPECT_EQ(strip.facetCount, 0u);
+    EXPECT_TRUE(LMeshCleanupAfterExtensionUsingSilhouette(records, 0.5f, strip, outline, nullptr, none, pulled, first,
+                                                          second, 1e-4f));
+    EXPECT_EQ(first, 20);
+    EXPECT_EQ(second, 0);
+    EXPECT_EQ(pulled.count, 20u);
+    ASSERT_GT(strip.facetCount, 0u);
+    for (uint32_t v = 0; v < strip.vertices.count; ++v)
+        EXPECT_LE(OutsideRectangle(strip.vertices.Peek(v)->position, 6, 4), 0.25f + 1e-5f);
+    LMeshFreeExtensionCornerPoints(records);
+}
+
+// With the longest chain only, of two chains of equal length the first is extended.
+TEST(LMeshExtensionCleanup, LongestOnlyTakesTheFirstOfEquals)
+{
+    L_LUMOMESH twoSquares = Grid(7, 2, [](int i, int) { return i >= 2 && i < 5; });
+    std::vector<Records> chains = ExtendedChains(twoSquares, 0.5f);
+    ASSERT_EQ(chains.size(), 2u);
+    BaseList<L_LUMOMESH> results;
+    EXPECT_EQ(LMeshExtendMesh(twoSquares, 0.5f, results, true, true), 0);
+    ASSERT_EQ(results.count, 1u);
+    const bool firstOnLeft = chains[0].Peek(0)->startPoint[0] < 3.0f;
+    for (uint32_t v = 0; v < results.Peek(0)->vertices.count; ++v)
+        EXPECT_EQ(results.Peek(0)->vertices.Peek(v)->position[0] < 3.0f, firstOnLeft);
+}
