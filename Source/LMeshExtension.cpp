@@ -119,12 +119,12 @@ void Offset(const float point[3], float distance, const float direction[3], floa
 }
 
 // Gives the record its direction and outer points; false when none is found.
-bool Extend(L_LUMOMESH& mesh, float extensionDistance, const FacetBlockSection& blocks, LM_EXTENDEDGE& record)
+bool Extend(L_LUMOMESH& mesh, float extensionDistance, const WholeMeshCut& cut, LM_EXTENDEDGE& record)
 {
     LM_EXTENDEDGE copy = record;
     L_VECTOR direction, second;
     bool hasSecond = false;
-    if (!FindExtensionDirection(mesh, copy, direction, hasSecond, second, &blocks)) return false;
+    if (!FindExtensionDirection(mesh, copy, direction, hasSecond, second, cut)) return false;
     record.direction[0] = float(direction.x);
     record.direction[1] = float(direction.y);
     record.direction[2] = float(direction.z);
@@ -188,10 +188,15 @@ void LMeshCreateExtensionStructureBeforeExtend(L_LUMOMESH& mesh, float extension
     for (uint32_t r = firstNew; r < extendedEdges.count; ++r) ListNearFacets(boxes, extensionDistance, *extendedEdges.At(r));
 }
 
-int LMeshExtendFreeEdgeFacets(L_LUMOMESH& mesh, float extensionDistance, BaseList<LM_EXTENDEDGE>& extendedEdges,
-                              const int* cancel)
+namespace {
+
+// The records' directions and outer points. nearRadius is how far around its edge each
+// record's near facets are known to be complete (0 when they may not be).
+void ExtendRecords(L_LUMOMESH& mesh, float extensionDistance, BaseList<LM_EXTENDEDGE>& extendedEdges,
+                   const int* cancel, double nearRadius)
 {
     const FacetBlockSection blocks(mesh);  // one whole-mesh cutter for every record
+    const WholeMeshCut cut{&blocks, nearRadius};
     for (uint32_t i = 0; i < extendedEdges.count; ++i) {
         if (cancel && *cancel == 1) break;
         LM_EXTENDEDGE& record = *extendedEdges.At(i);
@@ -206,8 +211,17 @@ int LMeshExtendFreeEdgeFacets(L_LUMOMESH& mesh, float extensionDistance, BaseLis
                 continue;  // this record keeps no direction of its own
             }
         }
-        Extend(mesh, extensionDistance, blocks, record);
+        Extend(mesh, extensionDistance, cut, record);
     }
+}
+
+}  // namespace
+
+int LMeshExtendFreeEdgeFacets(L_LUMOMESH& mesh, float extensionDistance, BaseList<LM_EXTENDEDGE>& extendedEdges,
+                              const int* cancel)
+{
+    // The records may come from anywhere: their near facets are not relied on.
+    ExtendRecords(mesh, extensionDistance, extendedEdges, cancel, 0.0);
     return 0;
 }
 
@@ -240,7 +254,8 @@ void ExtendChain(L_LUMOMESH& mesh, float extensionDistance, const BaseList<uint3
                  const BaseList<uint32_t>& vertices, bool cleanup, BaseList<LM_EXTENDEDGE>& records)
 {
     LMeshCreateExtensionStructureBeforeExtend(mesh, extensionDistance, edges, vertices, records);
-    LMeshExtendFreeEdgeFacets(mesh, extensionDistance, records, nullptr);
+    // Near facets reach twice the distance around each edge (a hair less, for rounding).
+    ExtendRecords(mesh, extensionDistance, records, nullptr, 2.0 * extensionDistance * (1.0 - 1e-5));
     if (!cleanup) return;
     LMeshSimpleCleanupAfterExtension(records, extensionDistance, kCleanupGap);
     LMeshFillGapsAfterExtension(records, extensionDistance, kCleanupGap);

@@ -10,12 +10,17 @@
 // facets, the whole mesh. Unit vectors; false when no stage finds one.
 bool FindExtensionDirection(L_LUMOMESH& mesh, LM_EXTENDEDGE& record, L_VECTOR& direction, bool& hasSecond,
                             L_VECTOR& secondDirection);
-// The same, with the whole mesh cut through `blocks` (made once for all the records of
-// one mesh, null to cut it plainly): the result is the same, at the cost of the facets
-// near each plane.
+// How the search may cut the whole mesh: through blocks of facets (made once for all
+// the records of one mesh; null to cut it plainly) and, where each record's near facets
+// are known to hold every facet within nearRadius of its edge (0 when not), through
+// those first, falling back to the whole mesh wherever they could give another result.
 class FacetBlockSection;
+struct WholeMeshCut {
+    const FacetBlockSection* blocks = nullptr;
+    double nearRadius = 0.0;
+};
 bool FindExtensionDirection(L_LUMOMESH& mesh, LM_EXTENDEDGE& record, L_VECTOR& direction, bool& hasSecond,
-                            L_VECTOR& secondDirection, const FacetBlockSection* blocks);
+                            L_VECTOR& secondDirection, const WholeMeshCut& cut);
 
 // The last cleanup stage: evens out zigzags of the outer line where the boundary runs
 // straight, by shortening the outer points around a kink and inserting bridging records.

@@ -262,6 +262,39 @@ size_t WalkToReach(std::vector<L_POINT>& points, const L_POINT& m)
     return points.size();
 }
 
+bool IsAscending(const BaseList<uint32_t>& ids)
+{
+    for (uint32_t i = 1; i < ids.count; ++i)
+        if (!(*ids.Peek(i - 1) < *ids.Peek(i))) return false;
+    return true;
+}
+
+// WalkToReach over the points of a part of the section that holds every section point
+// within `radius` of m. The walk over the whole section is bound to step to the same
+// places while each step's nearest point is unique (up to copies of one point) and
+// nearer than the part's edge, so every step is checked for both; points.size() when a
+// check fails or no point is far enough.
+size_t VerifiedWalkToReach(std::vector<L_POINT>& points, const L_POINT& m, double radius)
+{
+    L_POINT previous = m;
+    for (size_t i = 0; i < points.size(); ++i) {
+        const size_t best =
+            NearestIndex(i, points.size(), previous, [&points](size_t j) -> const L_POINT& { return points[j]; });
+        const double step = dist_PP(&points[best], &previous);
+        const double toEdge = radius - dist_PP(&previous, &m);
+        if (!(step < toEdge * (1.0 - 1e-9))) return points.size();
+        for (size_t j = i; j < points.size(); ++j) {
+            const L_POINT& other = points[j];
+            const bool copy = other.x == points[best].x && other.y == points[best].y && other.z == points[best].z;
+            if (!copy && dist_PP(&other, &previous) == step) return points.size();  // a tie: leave it to the whole
+        }
+        std::swap(points[i], points[best]);
+        previous = points[i];
+        if (dist_PP(&previous, &m) >= kReach) return i;
+    }
+    return points.size();
+}
+
 // Picks a section point at least kReach from m (or, with the fallback, the farthest
 // along the walk). `reference` may be null.
 bool SampleSectionPoint(const List<L_ELEMENT>& elements, const L_POINT& m, const L_VECTOR* reference,
@@ -287,8 +320,8 @@ bool SampleSectionPoint(const List<L_ELEMENT>& elements, const L_POINT& m, const
 // One edge's search: its cutting plane and the reference direction found so far.
 class DirectionSearch {
 public:
-    DirectionSearch(L_LUMOMESH& mesh, const LM_EXTENDEDGE& record, const FacetBlockSection* blocks)
-        : mesh_(mesh), record_(record), blocks_(blocks)
+    DirectionSearch(L_LUMOMESH& mesh, const LM_EXTENDEDGE& record, const WholeMeshCut& cut)
+        : mesh_(mesh), record_(record), cut_(cut)
     {
         for (int k = 0; k < 3; ++k) {
             start_[k] = record.startPoint[k];
@@ -336,17 +369,18 @@ public:
     std::optional<bool> FromWholeMesh(bool allowFallback, L_VECTOR& direction, bool& hasSecond,
                                       L_VECTOR& secondDirection)
     {
+        Sample sample;
+        if (!allowFallback && FromNearFacets(sample)) return Finish(sample, direction);
         if (!wholeCut_) {
             wholeCut_ = true;
-            if (blocks_) {
-                blocks_->Section(plane_, whole_);
+            if (cut_.blocks) {
+                cut_.blocks->Section(plane_, whole_);
             } else {
                 LMeshPlaneSection(mesh_, plane_, whole_, 0, kSectionTolerance, nullptr);
             }
         }
         if (whole_.Size() == 0) return {};
         if (record_.facet < 0) hasReference_ = ReferenceFromFirstLine(whole_, reference_);
-        Sample sample;
         if (!SampleSectionPoint(whole_, midpoint_, Reference(), allowFallback, record_.facet < 0, sample)) return {};
         if (sample.hasSecond) {
             DirectionBetweenPoints(start_, end_, sample.second, midpoint_, secondDirection);
@@ -356,6 +390,25 @@ public:
     }
 
 private:
+    // Stage 3 from the near facets alone, when it is bound to give what the whole mesh
+    // gives: the plain path (a split takes the whole section), and a walk each of whose
+    // steps is verified. False leaves the answer to the whole mesh.
+    bool FromNearFacets(Sample& sample) const
+    {
+        const bool usable = cut_.blocks && cut_.nearRadius > 0.0 && record_.facet >= 0 &&
+                            mesh_.facetCount == mesh_.facets.count && IsAscending(record_.nearFacets);
+        if (!usable) return false;
+        List<L_ELEMENT> elements;
+        if (!cut_.blocks->SectionOf(plane_, record_.nearFacets, elements) || elements.Size() < 2) return false;
+        const std::vector<L_SEGM> lines = LinesOf(elements);
+        if (Reference() && RunsThroughMidpoint(lines, midpoint_, *Reference())) return false;
+        std::vector<L_POINT> points = PlainPoints(lines, midpoint_, Reference());
+        const size_t reached = VerifiedWalkToReach(points, midpoint_, cut_.nearRadius);
+        if (reached >= points.size()) return false;
+        sample.point = points[reached];
+        return true;
+    }
+
     // From the segment's far end (from m) to its near end.
     void TakeReferenceTowardsNearEnd(const L_SEGM& line)
     {
@@ -374,7 +427,7 @@ private:
 
     L_LUMOMESH& mesh_;
     const LM_EXTENDEDGE& record_;
-    const FacetBlockSection* blocks_;
+    const WholeMeshCut& cut_;
     float start_[3], end_[3];
     L_POINT midpoint_{};
     L_PLANE plane_{};
@@ -389,15 +442,15 @@ private:
 bool FindExtensionDirection(L_LUMOMESH& mesh, LM_EXTENDEDGE& record, L_VECTOR& direction, bool& hasSecond,
                             L_VECTOR& secondDirection)
 {
-    return FindExtensionDirection(mesh, record, direction, hasSecond, secondDirection, nullptr);
+    return FindExtensionDirection(mesh, record, direction, hasSecond, secondDirection, WholeMeshCut{});
 }
 
 bool FindExtensionDirection(L_LUMOMESH& mesh, LM_EXTENDEDGE& record, L_VECTOR& direction, bool& hasSecond,
-                            L_VECTOR& secondDirection, const FacetBlockSection* blocks)
+                            L_VECTOR& secondDirection, const WholeMeshCut& cut)
 {
     hasSecond = false;
     try {
-        DirectionSearch search(mesh, record, blocks);
+        DirectionSearch search(mesh, record, cut);
         std::optional<bool> found = search.FromFacet(direction);
         if (!found) found = search.FromNeighbourhood(direction);
         if (!found && record.nearFacets.count > 1) found = search.FromWholeMesh(false, direction, hasSecond, secondDirection);

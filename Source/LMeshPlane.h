@@ -25,6 +25,9 @@ class FacetBlockSection {
 public:
     explicit FacetBlockSection(const L_LUMOMESH& mesh);
     bool Section(const L_PLANE& plane, List<L_ELEMENT>& elements) const;
+    // The lines of the listed facets alone (ids past the store are passed over), each as
+    // the whole section gives it, in list order.
+    bool SectionOf(const L_PLANE& plane, const BaseList<uint32_t>& facets, List<L_ELEMENT>& elements) const;
 
 private:
     const L_LUMOMESH& mesh_;

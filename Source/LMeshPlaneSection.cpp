@@ -241,3 +241,16 @@ bool FacetBlockSection::Section(const L_PLANE& plane, List<L_ELEMENT>& elements)
     }
     return elements.Size() != 0;
 }
+
+bool FacetBlockSection::SectionOf(const L_PLANE& plane, const BaseList<uint32_t>& facets,
+                                  List<L_ELEMENT>& elements) const
+{
+    PlaneTriangle triangle;
+    if (!BuildPlaneTriangle(mesh_.bboxMin, mesh_.bboxMax, plane, triangle)) return false;
+    const SideTest sides(triangle);
+    for (uint32_t i = 0; i < facets.count; ++i) {
+        const uint32_t f = *facets.Peek(i);
+        if (f < mesh_.facets.count) CutFacet(mesh_, *mesh_.facets.Peek(f), f, triangle, sides, elements, nullptr);
+    }
+    return elements.Size() != 0;
+}

@@ -278,3 +278,32 @@ TEST(LMeshExtensionCleanup, LongestOnlyTakesTheFirstOfEquals)
     for (uint32_t v = 0; v < results.Peek(0)->vertices.count; ++v)
         EXPECT_EQ(results.Peek(0)->vertices.Peek(v)->position[0] < 3.0f, firstOnLeft);
 }
+
+// On a tube of facets far smaller than the search's reach every edge needs the
+// whole-mesh cut, which the drivers take from the near facets where that is bound to
+// give the same point: their strips equal those of the public steps, point for point.
+TEST(LMeshExtensionStrip, DriversCutFromNearFacetsWithTheSameResult)
+{
+    const int around = 80, along = 24;
+    const float step = 0.05f, radius = around * step / (2 * kPi);
+    L_LUMOMESH tube = Sheet(around, along, [&](int i, int j) {
+        const float angle = 2 * kPi * float(i % around) / around;
+        return std::array<float, 3>{radius * std::cos(angle), radius * std::sin(angle), j * step};
+    });
+    LMeshOptimizeEdges(tube, 1e-5f, nullptr, nullptr, nullptr, 1);
+    LMeshComputeAbsoluteBoundingBox(tube);
+    for (float d : {1.0f, 0.3f}) {  // 0.3 reaches too short a way for the near facets to decide
+        BaseList<L_LUMOMESH> results;
+        LMeshExtendMesh(tube, d, results, false, false);
+        std::vector<Records> chains = ExtendedChains(tube, d);
+        ASSERT_EQ(results.count, chains.size());
+        for (size_t c = 0; c < chains.size(); ++c) {
+            const L_LUMOMESH strip = StripOf(chains[c]);
+            const L_LUMOMESH& driven = *results.Peek(uint32_t(c));
+            ASSERT_EQ(driven.vertices.count, strip.vertices.count);
+            for (uint32_t v = 0; v < strip.vertices.count; ++v)
+                for (int k = 0; k < 3; ++k)
+                    ASSERT_EQ(driven.vertices.Peek(v)->position[k], strip.vertices.Peek(v)->position[k]) << d << " " << v;
+        }
+    }
+}
