@@ -26,9 +26,11 @@ constexpr float kFanStep = 15.0f;  // degrees of turn per corner point
 // either side, may overlap across it.
 constexpr float kReachFactor = 4.0f;
 constexpr uint32_t kMaxReach = 64;
-// Outer lines closer than this share of the extension distance meet (curved surfaces
-// leave them slightly apart where a flat one would cross them).
-constexpr float kMeetShare = 0.05f;
+// Outer segments that cross when seen along their quadrilaterals' normal meet if they
+// pass within this share of the extension distance in depth (a curved surface leaves
+// them apart where a flat one would cross them), or over their ends by kOverEnds.
+constexpr float kMeetDepth = 0.5f;
+constexpr float kOverEnds = 1e-4f;
 
 using Records = BaseList<LM_EXTENDEDGE>;
 constexpr uint32_t kNone = UINT32_MAX;
@@ -116,25 +118,6 @@ float CornerAngle(const LM_EXTENDEDGE& record, const LM_EXTENDEDGE& successor)
                         Load(successor.startPoint) - Load(successor.endPoint));
 }
 
-// Closest points of the segments p0 p1 and q0 q1, clamped to them; false for a segment
-// of no length.
-bool ClosestPoints(const Vec3f& p0, const Vec3f& p1, const Vec3f& q0, const Vec3f& q1, Vec3f& onP, Vec3f& onQ)
-{
-    const Vec3f d1 = p1 - p0, d2 = q1 - q0, r = p0 - q0;
-    const float a = Dot(d1, d1), e = Dot(d2, d2), f = Dot(d2, r);
-    if (!(a > kApart * kApart) || !(e > kApart * kApart)) return false;
-    const float b = Dot(d1, d2), c = Dot(d1, r), denominator = a * e - b * b;
-    float s = denominator > 0.0f ? std::clamp((b * f - c * e) / denominator, 0.0f, 1.0f) : 0.0f;
-    float t = (b * s + f) / e;
-    if (t < 0.0f || t > 1.0f) {
-        t = std::clamp(t, 0.0f, 1.0f);
-        s = std::clamp((t * b - c) / a, 0.0f, 1.0f);
-    }
-    onP = p0 + s * d1;
-    onQ = q0 + t * d2;
-    return true;
-}
-
 // Where the outer lines of two records, as unbounded lines, come nearest: the midpoint
 // of their closest points. False for parallel lines or lines of no length.
 bool OuterLinesMeet(const LM_EXTENDEDGE& p, const LM_EXTENDEDGE& q, Vec3f& point, float& apart)
@@ -149,6 +132,53 @@ bool OuterLinesMeet(const LM_EXTENDEDGE& p, const LM_EXTENDEDGE& q, Vec3f& point
     point = 0.5f * (onP + onQ);
     apart = Distance(onP, onQ);
     return true;
+}
+
+// ---- Records turned the wrong way -------------------------------------------------------
+
+constexpr uint32_t kLongestTurnedRun = 3;
+
+// The side of its edge a record grows to, as the normal of its quadrilateral.
+Vec3f SideOf(const LM_EXTENDEDGE& record)
+{
+    Vec3f out, side;
+    if (!HasDirection(record) || !Unit(Load(record.extendedEnd) - Load(record.startPoint), out)) return {};
+    Unit(Cross(EdgeUnit(record), out), side);
+    return side;
+}
+
+// Where the section runs on through a narrow gap, the search can take the far side for
+// the surface and give a record the way back into it. Such a record grows to the other
+// side of the chain than both its neighbours, which agree: a run of up to
+// kLongestTurnedRun of them is turned round, keeping each record's distance.
+bool TurnRoundTurnedRecords(Records& records)
+{
+    bool changed = false;
+    const bool closed = IsClosed(records, kJoined);
+    for (uint32_t i = 0; i < records.count; ++i) {
+        const uint32_t before = Predecessor(i, records.count, closed);
+        if (before == kNone) continue;
+        const Vec3f reference = SideOf(At(records, before));
+        if (Dot(reference, SideOf(At(records, i))) >= 0.0f) continue;
+        uint32_t run = 1, after = Successor(i, records.count, closed);
+        while (after != kNone && after != before && run < kLongestTurnedRun &&
+               Dot(reference, SideOf(At(records, after))) < 0.0f) {
+            ++run;
+            after = Successor(after, records.count, closed);
+        }
+        if (after == kNone || after == before || Dot(reference, SideOf(At(records, after))) <= 0.0f) continue;
+        for (uint32_t k = 0, r = i; k < run; ++k, r = Successor(r, records.count, closed)) {
+            LM_EXTENDEDGE& turned = At(records, r);
+            const float distance = Distance(Load(turned.startPoint), Load(turned.extendedStart));
+            const Vec3f way = -1.0f * Load(turned.direction);
+            Store(way, turned.direction);
+            Store(Load(turned.startPoint) + distance * way, turned.extendedStart);
+            Store(Load(turned.endPoint) + distance * way, turned.extendedEnd);
+            Store(-1.0f * Load(turned.extensionNormal), turned.extensionNormal);
+        }
+        changed = true;
+    }
+    return changed;
 }
 
 // ---- Records with no direction -------------------------------------------------------
@@ -192,12 +222,13 @@ bool AdoptOuterPoints(Records& records)
 
 // ---- Corner fans ---------------------------------------------------------------------
 
-// An overlapping corner: the next outer start lies behind this outer end, mostly along
-// the edge, where a fan would fold back over both quadrilaterals.
+// An overlapping (concave) corner: the next edge turns towards the side this record
+// grows to, so their quadrilaterals overlap and a fan would fold back over both.
 bool Overlapping(const LM_EXTENDEDGE& record, const LM_EXTENDEDGE& next)
 {
-    const Vec3f step = Load(next.extendedStart) - Load(record.extendedEnd);
-    return Dot(step, EdgeUnit(record)) < -0.5f * Length(step);
+    Vec3f out;
+    if (!Unit(Load(record.extendedEnd) - Load(record.endPoint), out)) return false;
+    return Dot(EdgeUnit(next), out) > 0.0f;
 }
 
 // Points on the arc around the corner from the record's outer end to the next outer
@@ -251,9 +282,28 @@ std::vector<uint32_t> RecordsInReach(const Records& records, uint32_t from, bool
     return side;
 }
 
-// Prepares the stretch of an overlapping corner: the pair of outer lines, one on each
-// side of the corner, that cross (or pass within kMeetShare of the distance) with the
-// fewest records between them. False when none crosses within reach.
+// Where the outer segments of two records cross, seen along the mean normal of their
+// quadrilaterals: the middle of the two points over the crossing. False when they do
+// not cross (parallel ones never do) or pass too far apart in depth.
+bool OuterSegmentsCross(const LM_EXTENDEDGE& p, const LM_EXTENDEDGE& q, float extensionDistance, Vec3f& point)
+{
+    const Vec3f p0 = Load(p.extendedStart), q0 = Load(q.extendedStart);
+    const Vec3f dp = Load(p.extendedEnd) - p0, dq = Load(q.extendedEnd) - q0, r = q0 - p0;
+    Vec3f normal;
+    if (!Unit(SideOf(p) + SideOf(q), normal)) return false;  // quadrilaterals facing apart
+    const float denominator = Dot(Cross(dp, dq), normal);
+    if (denominator == 0.0f) return false;
+    const float s = Dot(Cross(r, dq), normal) / denominator, t = Dot(Cross(r, dp), normal) / denominator;
+    if (!(s >= -kOverEnds && s <= 1.0f + kOverEnds && t >= -kOverEnds && t <= 1.0f + kOverEnds)) return false;
+    const Vec3f onP = p0 + s * dp, onQ = q0 + t * dq;
+    if (Distance(onP, onQ) > kMeetDepth * extensionDistance) return false;
+    point = 0.5f * (onP + onQ);
+    return true;
+}
+
+// Prepares the stretch of an overlapping corner: the pair of outer segments, one on
+// each side of the corner, that cross with the fewest records between them. False when
+// none crosses within reach.
 bool FindStretch(const Records& records, uint32_t corner, bool closed, float extensionDistance, Stretch& stretch)
 {
     const uint32_t next = Successor(corner, records.count, closed);
@@ -263,19 +313,14 @@ bool FindStretch(const Records& records, uint32_t corner, bool closed, float ext
     const uint32_t limit = std::min(kMaxReach, std::max(1u, (records.count - 1) / 2));
     const std::vector<uint32_t> before = RecordsInReach(records, corner, false, closed, apex, reach, limit);
     const std::vector<uint32_t> after = RecordsInReach(records, next, true, closed, apex, reach, limit);
-    const float meet = kMeetShare * extensionDistance;
     for (size_t span = 0; span + 1 < before.size() + after.size(); ++span)
         for (size_t back = 0; back <= span; ++back) {
             const size_t ahead = span - back;
-            if (back >= before.size() || ahead >= after.size()) continue;
-            const LM_EXTENDEDGE& p = At(records, before[back]);
-            const LM_EXTENDEDGE& q = At(records, after[ahead]);
-            Vec3f onP, onQ;
-            if (!ClosestPoints(Load(p.extendedStart), Load(p.extendedEnd), Load(q.extendedStart),
-                               Load(q.extendedEnd), onP, onQ) ||
-                Distance(onP, onQ) > meet)
+            Vec3f point;
+            if (back >= before.size() || ahead >= after.size() ||
+                !OuterSegmentsCross(At(records, before[back]), At(records, after[ahead]), extensionDistance, point))
                 continue;
-            stretch = {before[back], after[ahead], 0.5f * (onP + onQ)};
+            stretch = {before[back], after[ahead], point};
             return true;
         }
     return false;
@@ -391,16 +436,17 @@ int PullBackToOutline(Records& records, const BaseList<BaseList<float>>& outline
 
 }  // namespace
 
-// Guarantees: records with no direction carry outer points on from their neighbours;
+// Guarantees: no short run of records grows to the other side of the chain than its
+// neighbours; records with no direction carry outer points on from their neighbours;
 // outer points closer than gapTolerance coincide; at every corner of a gentle turn (65 to
 // 115 degrees by the measure above) whose outer lines meet near both outer ends, the two
 // quadrilaterals share that meeting point, so they neither gap nor overlap there.
 bool LMeshSimpleCleanupAfterExtension(BaseList<LM_EXTENDEDGE>& extendedEdges, float extensionDistance,
                                       float gapTolerance)
 {
-    (void)extensionDistance;  // the joins follow from the outer lines alone
     if (extendedEdges.count == 0) return false;
-    bool changed = AdoptOuterPoints(extendedEdges);
+    bool changed = TurnRoundTurnedRecords(extendedEdges);
+    changed = AdoptOuterPoints(extendedEdges) || changed;
     const uint32_t count = extendedEdges.count;
     for (uint32_t i = 1; i < count; ++i) {
         const LM_EXTENDEDGE& before = At(extendedEdges, i - 1);
@@ -424,13 +470,15 @@ bool LMeshSimpleCleanupAfterExtension(BaseList<LM_EXTENDEDGE>& extendedEdges, fl
         float apart = 0.0f;
         const float ownLength = OuterLength(record), nextLength = OuterLength(next);
         const bool meet = OuterLinesMeet(record, next, point, apart) &&
-                          apart <= kJoinShare * std::min(ownLength, nextLength) &&
+                          apart <= std::min(kJoinShare * std::min(ownLength, nextLength),
+                                            kMeetDepth * extensionDistance) &&
                           Distance(point, outerEnd) <= kJoinShare * ownLength &&
                           Distance(point, nextStart) <= kJoinShare * nextLength;
         if (!meet) {
             // Where the boundary runs straight on, outer lines that do not meet nearby
-            // are all but parallel: their ends join half way.
-            if (!(angle > kSquareLow && angle < kSquareHigh)) continue;
+            // are all but parallel: close ends join half way.
+            const bool straight = angle > kSquareLow && angle < kSquareHigh;
+            if (!straight || Distance(outerEnd, nextStart) > kMeetDepth * extensionDistance) continue;
             point = 0.5f * (outerEnd + nextStart);
         }
         SetPoint(record.extendedEnd, point, changed);
