@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "ExtensionStrips.h"
 
@@ -14,6 +15,14 @@ const float kPi = float(std::acos(-1.0));
 L_LUMOMESH Grid(int nx, int ny, const std::function<bool(int, int)>& skip = nullptr)
 {
     return Sheet(nx, ny, [](int i, int j) { return std::array<float, 3>{float(i), float(j), 0.0f}; }, skip);
+}
+
+// A vertex position by value: the packed record's floats are not aligned.
+std::array<float, 3> PositionOf(const L_LUMOMESH& mesh, uint32_t v)
+{
+    std::array<float, 3> p;
+    std::memcpy(p.data(), mesh.vertices.Peek(v)->position, sizeof p);
+    return p;
 }
 
 L_LUMOMESH StripOf(const Records& records)
@@ -57,9 +66,9 @@ TEST(LMeshExtensionStrip, FlatRectangleGetsAFramedStrip)
     LMeshFreeExtensionCornerPoints(records);
     ExpectNoCrossingTriangles(strip);
     for (uint32_t v = 0; v < strip.vertices.count; ++v) {
-        const float* p = strip.vertices.Peek(v)->position;
+        const std::array<float, 3> p = PositionOf(strip, v);
         EXPECT_EQ(p[2], 0.0f);
-        const float out = OutsideRectangle(p, 6, 4);
+        const float out = OutsideRectangle(p.data(), 6, 4);
         EXPECT_TRUE(out < 1e-6f || std::fabs(out - d) < 1e-5f) << out;
     }
     const float fans = 4 * 6 * 0.5f * d * d * std::sin(15 * kPi / 180);
@@ -154,7 +163,7 @@ TEST(LMeshExtensionStrip, ObliquelyCutQuarterCylinderContinuesItsSurface)
     ExpectNoCrossingTriangles(strip);
     int aboveTheCut = 0;
     for (uint32_t v = 0; v < strip.vertices.count; ++v) {
-        const float* p = strip.vertices.Peek(v)->position;
+        const std::array<float, 3> p = PositionOf(strip, v);
         EXPECT_GT(std::hypot(p[0], p[1]), radius - 1e-3f);
         if (p[2] > top(p[0]) + 0.5f * d) ++aboveTheCut;
     }
@@ -261,7 +270,7 @@ TEST(LMeshExtensionCleanup, SilhouetteHoldsTheStripWithinIt)
     EXPECT_EQ(pulled.count, 20u);
     ASSERT_GT(strip.facetCount, 0u);
     for (uint32_t v = 0; v < strip.vertices.count; ++v)
-        EXPECT_LE(OutsideRectangle(strip.vertices.Peek(v)->position, 6, 4), 0.25f + 1e-5f);
+        EXPECT_LE(OutsideRectangle(PositionOf(strip, v).data(), 6, 4), 0.25f + 1e-5f);
     LMeshFreeExtensionCornerPoints(records);
 }
 
@@ -276,7 +285,7 @@ TEST(LMeshExtensionCleanup, LongestOnlyTakesTheFirstOfEquals)
     ASSERT_EQ(results.count, 1u);
     const bool firstOnLeft = chains[0].Peek(0)->startPoint[0] < 3.0f;
     for (uint32_t v = 0; v < results.Peek(0)->vertices.count; ++v)
-        EXPECT_EQ(results.Peek(0)->vertices.Peek(v)->position[0] < 3.0f, firstOnLeft);
+        EXPECT_EQ(PositionOf(*results.Peek(0), v)[0] < 3.0f, firstOnLeft);
 }
 
 // On a tube of facets far smaller than the search's reach every edge needs the
@@ -302,8 +311,7 @@ TEST(LMeshExtensionStrip, DriversCutFromNearFacetsWithTheSameResult)
             const L_LUMOMESH& driven = *results.Peek(uint32_t(c));
             ASSERT_EQ(driven.vertices.count, strip.vertices.count);
             for (uint32_t v = 0; v < strip.vertices.count; ++v)
-                for (int k = 0; k < 3; ++k)
-                    ASSERT_EQ(driven.vertices.Peek(v)->position[k], strip.vertices.Peek(v)->position[k]) << d << " " << v;
+                ASSERT_EQ(PositionOf(driven, v), PositionOf(strip, v)) << d << " " << v;
         }
     }
 }
