@@ -12,6 +12,8 @@
 #include "Options.h"
 
 constexpr uint32_t kProgressFacets = 1000000;  // above this, stages report their time on stderr
+// Free edges are the chains of edges whose curvature value is -1 within this.
+constexpr float kFreeEdgeTolerance = 1e-6f;
 
 // Reports on stderr when a long step starts and how long it took.
 class Stage {

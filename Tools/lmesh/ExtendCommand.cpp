@@ -10,8 +10,6 @@
 
 namespace {
 
-// Free edges are chosen by the curvature value -1 within this, as the extension does.
-constexpr float kFreeEdgeTolerance = 1e-6f;
 // Strips are welded to themselves (and with --merge to the mesh) within this share of
 // the mesh's largest extent: their corners are copies of rim corners or of each other.
 constexpr double kWeldShare = 1e-6;

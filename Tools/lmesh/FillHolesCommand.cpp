@@ -9,8 +9,6 @@
 
 namespace {
 
-// Free edges are chosen by the curvature value -1 within this.
-constexpr float kFreeEdgeTolerance = 1e-6f;
 // The default weld, as a share of the mesh's largest extent: patch corners are copies
 // of rim corners, so only the rounding of the weld itself has to be covered.
 constexpr double kDefaultWeldShare = 1e-6;
