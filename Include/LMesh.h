@@ -804,7 +804,8 @@ short LMeshSplitTriangleByPointOnEdge(L_LUMOMESH& mesh, const float* point, uint
 // groups other than 0; welds border edges within tolerance when optimise is set. True.
 bool LMeshMerge(const L_LUMOMESH& source, L_LUMOMESH& destination, float tolerance, bool optimise);
 // Adds a copy of each listed facet to destination (the source itself when null),
-// rewriting the list to the copies' ids, then welds border edges within tolerance.
+// rewriting the list to the copies' ids (LM_NONE for an id or corner past its store),
+// then welds border edges within tolerance.
 void LMeshCopyFacets(L_LUMOMESH& source, BaseList<uint32_t>& facets, float tolerance, L_LUMOMESH* destination);
 
 // ---- Subdivision and FEM remeshing ----------------------------------------------------------

@@ -181,6 +181,27 @@ inline void ExpectFreeBoundaryChains(const L_LUMOMESH& mesh, const BaseList<Base
     EXPECT_EQ(seen, FreeEdges(mesh));
 }
 
+// Closed and consistently wound: every side of a live facet is walked once each way,
+// never twice the same way, and no live edge is free.
+inline void ExpectClosedAndConsistent(const L_LUMOMESH& mesh)
+{
+    std::vector<uint64_t> sides;
+    for (uint32_t f = 0; f < mesh.facets.count; ++f) {
+        const LM_FACET& facet = *mesh.facets.Peek(f);
+        if (!(facet.flags & LM_LIVE)) continue;
+        for (int k = 0; k < 3; ++k) sides.push_back(uint64_t(facet.vertex[k]) << 32 | facet.vertex[(k + 1) % 3]);
+    }
+    std::sort(sides.begin(), sides.end());
+    uint32_t unpaired = 0, repeated = 0;
+    for (size_t i = 0; i < sides.size(); ++i) {
+        if (i > 0 && sides[i] == sides[i - 1]) ++repeated;
+        if (!std::binary_search(sides.begin(), sides.end(), sides[i] << 32 | sides[i] >> 32)) ++unpaired;
+    }
+    EXPECT_EQ(unpaired, 0u) << "sides with no partner walked the other way";
+    EXPECT_EQ(repeated, 0u) << "sides walked twice the same way";
+    EXPECT_TRUE(FreeEdges(mesh).empty());
+}
+
 //      3---2
 //     / \ / \       a closed fan of six facets around the centre 0, a regular
 //    4---0---1      hexagon of radius 2 in z = 0: (0,1,2) (0,2,3) (0,3,4) (0,4,5)
