@@ -2,10 +2,15 @@
 #include "bench_cgal.h"
 
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
+#include <CGAL/Polygon_mesh_processing/orient_polygon_soup.h>
+#include <CGAL/Polygon_mesh_processing/orientation.h>
+#include <CGAL/Polygon_mesh_processing/polygon_soup_to_polygon_mesh.h>
+#include <CGAL/Polygon_mesh_processing/repair_polygon_soup.h>
 #include <CGAL/Polygon_mesh_processing/self_intersections.h>
 #include <CGAL/Surface_mesh.h>
 #include <CGAL/mesh_segmentation.h>
 
+#include <array>
 #include <iterator>
 #include <utility>
 
@@ -44,4 +49,20 @@ std::size_t PeerSelfIntersectingPairs(const std::vector<float>& coords, const st
     std::vector<std::pair<PeerMesh::Face_index, PeerMesh::Face_index>> pairs;
     CGAL::Polygon_mesh_processing::self_intersections(mesh, std::back_inserter(pairs));
     return pairs.size();
+}
+
+std::size_t PeerRepairSoup(const std::vector<float>& coords, const std::vector<int>& indices)
+{
+    namespace PMP = CGAL::Polygon_mesh_processing;
+    std::vector<Kernel::Point_3> points;
+    for (size_t i = 0; i + 2 < coords.size(); i += 3) points.emplace_back(coords[i], coords[i + 1], coords[i + 2]);
+    std::vector<std::array<std::size_t, 3>> triangles;
+    for (size_t i = 0; i + 2 < indices.size(); i += 3)
+        triangles.push_back({std::size_t(indices[i]), std::size_t(indices[i + 1]), std::size_t(indices[i + 2])});
+    PMP::repair_polygon_soup(points, triangles);
+    PMP::orient_polygon_soup(points, triangles);
+    PeerMesh mesh;
+    PMP::polygon_soup_to_polygon_mesh(points, triangles, mesh);
+    if (CGAL::is_closed(mesh)) PMP::orient_to_bound_a_volume(mesh);
+    return mesh.number_of_faces();
 }

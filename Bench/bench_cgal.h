@@ -14,3 +14,8 @@ std::vector<double> PeerShapeDiameters(const std::vector<float>& coords, const s
 // The number of pairs of triangles that intersect (sharing a corner or an edge as
 // neighbours do not count), found by the peer's self-intersection search.
 std::size_t PeerSelfIntersectingPairs(const std::vector<float>& coords, const std::vector<int>& indices);
+// The peer's soup repair (merging equal points, dropping degenerate and repeated
+// triangles), soup orientation, building its mesh and, when that is closed, turning
+// it to bound a volume. The triangles are three point indices each; returns the
+// faces of the resulting mesh.
+std::size_t PeerRepairSoup(const std::vector<float>& coords, const std::vector<int>& indices);

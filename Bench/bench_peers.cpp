@@ -6,6 +6,7 @@
 #include <string>
 
 #include "BenchSupport.h"
+#include "bench_repair.h"
 
 #ifdef LMESH_BENCH_OPENMESH
 #include <OpenMesh/Core/IO/MeshIO.hh>
@@ -75,6 +76,29 @@ void BM_PeerFacetListLoad(benchmark::State& state)
                 [nearby](const std::string& path) { return FacetListLoad(path, nearby); });
 }
 BENCHMARK(BM_PeerFacetListLoad)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+
+// The peer's full repair of the repair benchmark's broken torus, the file read
+// untimed: exact and nearby facet matching, removal of unconnected facets, hole
+// filling, normal directions and values.
+void BM_PeerFacetListRepair(benchmark::State& state)
+{
+    uint32_t facets = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        stl_file stl{};
+        stl_open(&stl, const_cast<char*>(BrokenTorusStl().c_str()));
+        if (stl.error) state.SkipWithError("peer load failed");
+        state.ResumeTiming();
+        stl_repair(&stl, 1, 0, 0, 0.0f, 0, 0.0f, 0, 2, 0, 0, 0, 0, 0, 0);
+        facets = uint32_t(stl.stats.number_of_facets);
+        state.PauseTiming();
+        stl_close(&stl);
+        state.ResumeTiming();
+    }
+    state.counters["facets"] = facets;
+    state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(BrokenTorusSoup().size() / 9));
+}
+BENCHMARK(BM_PeerFacetListRepair)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 #endif
 
 }  // namespace
