@@ -108,23 +108,6 @@ bool LoadCorpusMesh(const std::string& file, L_LUMOMESH& mesh)
     return LMeshLoadFromSTL(wide.c_str(), 0.0f, &mesh);
 }
 
-// Signed volume of the live facets about the origin, in double.
-double SignedVolume(const L_LUMOMESH& mesh)
-{
-    double volume = 0.0;
-    for (uint32_t f = 0; f < mesh.facets.count; ++f) {
-        const LM_FACET& facet = *mesh.facets.Peek(f);
-        if (!(facet.flags & LM_LIVE)) continue;
-        double p[3][3];
-        for (int k = 0; k < 3; ++k)
-            for (int c = 0; c < 3; ++c) p[k][c] = mesh.vertices.Peek(facet.vertex[k])->position[c];
-        volume += (p[0][0] * (p[1][1] * p[2][2] - p[1][2] * p[2][1]) - p[0][1] * (p[1][0] * p[2][2] - p[1][2] * p[2][0]) +
-                   p[0][2] * (p[1][0] * p[2][1] - p[1][1] * p[2][0])) /
-                  6.0;
-    }
-    return volume;
-}
-
 }  // namespace
 
 TEST(Corpus, EveryListedMeshLoadsWithItsFacetCount)
@@ -187,8 +170,9 @@ TEST(Corpus, RepairableMeshesComeOutClosedAndOutward)
     // the repair removes crossing coplanar facets but does not cut shells apart, and
     // ray parity through an overlapping shell turns pieces the wrong way. So are open
     // sheets (many_small_holes, nonmanifold_hole), whose rim the filling closes into
-    // a flat lid with no inside, and the conveyor with zero-area facets: they fill
-    // T-junctions, and removing them leaves cracks that need --disjoints.
+    // a flat lid with no inside, and the conveyor with zero-area facets: beside
+    // them, facets of one face overlap in its plane, and the removal of both of each
+    // such pair leaves rims that T-junctions keep open.
     const char* const repairable[] = {
         "block_uppercase_ascii.stl",          // sound cube: the repair must not harm it
         "block_gap_small_ascii.stl",          // crack wider than the weld: filled

@@ -88,23 +88,6 @@ uint32_t CountPieces(const L_LUMOMESH& mesh)
     return pieces;
 }
 
-// Signed volume of the live facets in double: negative when the surface faces inward.
-double SignedVolume(const L_LUMOMESH& mesh)
-{
-    double volume = 0.0;
-    for (uint32_t f = 0; f < mesh.facets.count; ++f) {
-        const LM_FACET& facet = *mesh.facets.Peek(f);
-        if (!(facet.flags & LM_LIVE)) continue;
-        double p[3][3];
-        for (int k = 0; k < 3; ++k)
-            for (int c = 0; c < 3; ++c) p[k][c] = mesh.vertices.Peek(facet.vertex[k])->position[c];
-        volume += (p[0][0] * (p[1][1] * p[2][2] - p[1][2] * p[2][1]) - p[0][1] * (p[1][0] * p[2][2] - p[1][2] * p[2][0]) +
-                   p[0][2] * (p[1][0] * p[2][1] - p[1][1] * p[2][0])) /
-                  6.0;
-    }
-    return volume;
-}
-
 void PrintMesh(const char* label, const L_LUMOMESH& mesh)
 {
     const uint32_t pieces = CountPieces(mesh);

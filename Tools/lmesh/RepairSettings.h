@@ -1,5 +1,6 @@
 // The settings of `lmesh repair`, with their defaults in one place: the command reads
-// its options into them and the corpus test runs the same defaults.
+// its options into them and the corpus test runs the same defaults. Also the signed
+// volume by which both judge the outcome.
 #pragma once
 
 #include <algorithm>
@@ -72,4 +73,22 @@ inline RepairResults RepairMesh(L_LUMOMESH& mesh, const RepairSettings& settings
     results.splitAtTJunctions = counts[5];
     results.orientationChanged = counts[6] != 0;
     return results;
+}
+
+// Signed volume of the live facets about the origin, in double: negative when the
+// surface faces inward.
+inline double SignedVolume(const L_LUMOMESH& mesh)
+{
+    double volume = 0.0;
+    for (uint32_t f = 0; f < mesh.facets.count; ++f) {
+        const LM_FACET& facet = *mesh.facets.Peek(f);
+        if (!(facet.flags & LM_LIVE)) continue;
+        double p[3][3];
+        for (int k = 0; k < 3; ++k)
+            for (int c = 0; c < 3; ++c) p[k][c] = mesh.vertices.Peek(facet.vertex[k])->position[c];
+        volume += (p[0][0] * (p[1][1] * p[2][2] - p[1][2] * p[2][1]) - p[0][1] * (p[1][0] * p[2][2] - p[1][2] * p[2][0]) +
+                   p[0][2] * (p[1][0] * p[2][1] - p[1][1] * p[2][0])) /
+                  6.0;
+    }
+    return volume;
 }
