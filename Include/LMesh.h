@@ -847,7 +847,7 @@ uint32_t LMeshRemoveOverhangs(L_LUMOMESH& mesh);
 // T-junctions, holes, orientation. results[0..6]: equal and overlapping facets,
 // non-manifold facets, zero-area facets, skinny edges collapsed, holes filled (or -1),
 // facets split at T-junctions, 1 if the orientation touched a facet. Steps switched off
-// give 0.
+// give 0; a null results pointer runs the steps all the same.
 void LMeshCleanup(L_LUMOMESH& mesh, float tolerance, uint32_t* results, bool removeEqual, bool removeNonManifold,
                   bool removeZeroArea, float areaTolerance, bool removeSkinny, float aspectRatioLimit, bool fillHoles,
                   bool repairDisjoints, float disjointTolerance, bool orient, bool removeOverhangs);
