@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "LMesh.h"
+#include "LMeshGrids.h"
 
 namespace {
 
@@ -265,7 +266,32 @@ uint64_t QueryCell(const L_LUMOMESH& mesh, const CellFrame& frame, uint32_t vert
     return index;
 }
 
+// Cells of the segment a b at parameters 0, 1, 0.25, 0.5 and 0.75, in that order;
+// false when one of them lies off the n*n*n grid.
+bool SampleCells(const CellFrame& frame, const float* a, const float* b, uint32_t index[5])
+{
+    float samples[5][3];
+    for (int k = 0; k < 3; ++k) {
+        samples[0][k] = a[k];
+        samples[1][k] = b[k];
+        samples[2][k] = a[k] + (b[k] - a[k]) * 0.25f;
+        samples[3][k] = (a[k] + b[k]) * 0.5f;
+        samples[4][k] = a[k] + (b[k] - a[k]) * 0.75f;
+    }
+    for (int s = 0; s < 5; ++s) {
+        const uint64_t cell = CellIndex(frame, samples[s]);
+        if (cell >= frame.cellCount) return false;
+        index[s] = uint32_t(cell);
+    }
+    return true;
+}
+
 }  // namespace
+
+bool EdgeSampleCells(const L_BOUNDSf& bounds, uint32_t n, const float* a, const float* b, uint32_t cells[5])
+{
+    return SampleCells(MakeCellFrame(bounds, n), a, b, cells);
+}
 
 // Regular nx by ny by nz grid over the mesh's double box (dead vertices count). Boxes
 // are written from index 0 with x varying fastest; the list is neither cleared nor
@@ -410,20 +436,9 @@ bool LMeshBoxEdges(const L_LUMOMESH& mesh, uint32_t n, const L_BOUNDSf& bounds, 
         float a[3], b[3];
         if (!FetchPosition(mesh, edge->vertex[0], a) || !FetchPosition(mesh, edge->vertex[1], b))
             continue;  // end past the vertex store: the edge has no place
-        float samples[5][3];
-        for (int k = 0; k < 3; ++k) {
-            samples[0][k] = a[k];
-            samples[1][k] = b[k];
-            samples[2][k] = a[k] + (b[k] - a[k]) * 0.25f;
-            samples[3][k] = (a[k] + b[k]) * 0.5f;
-            samples[4][k] = a[k] + (b[k] - a[k]) * 0.75f;
-        }
-        uint64_t index[5];
-        for (int s = 0; s < 5; ++s) {
-            index[s] = CellIndex(frame, samples[s]);
-            if (index[s] >= cells.count) return false;
-        }
-        for (int s = 0; s < 5; ++s) AppendTo(*cells.At(uint32_t(index[s])), e);
+        uint32_t index[5];
+        if (!SampleCells(frame, a, b, index)) return false;
+        for (int s = 0; s < 5; ++s) AppendTo(*cells.At(index[s]), e);
     }
     return true;
 }
