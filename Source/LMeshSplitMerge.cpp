@@ -148,54 +148,20 @@ void WidenBoxBy(L_LUMOMESH& mesh, const float* p)
     }
 }
 
-void AppendVertices(const L_LUMOMESH& source, uint32_t count, L_LUMOMESH& destination, const MergeOffsets& at)
+// Copies the first `count` slots of one store to `at` onwards in another, each record
+// adjusted by `shift`, and advances the destination's slot and live counts.
+template <class Record, class Shift>
+void AppendShifted(const BaseList<Record>& from, uint32_t count, BaseList<Record>& to, uint32_t at, uint32_t& slots,
+                   uint32_t& live, Shift shift)
 {
-    for (uint32_t v = 0; v < count; ++v) {
-        const LM_VERTEX from = *source.vertices.Peek(v);
-        LM_VERTEX* to = destination.vertices.At(at.vertex + v);
-        if (!to) return;  // out of memory: the merge stops short
-        *to = from;
-        // LM_NONE is shifted too, as the native merge always did: a vertex without
-        // edges comes out linked to an unrelated edge, which walks tolerate.
-        to->edge = from.edge + at.edge;
-        float p[3] = {from.position[0], from.position[1], from.position[2]};
-        WidenBoxBy(destination, p);
-        ++destination.vertexSlots;
-        if (IsLive(from.flags)) ++destination.vertexCount;
-    }
-}
-
-void AppendEdges(const L_LUMOMESH& source, uint32_t count, L_LUMOMESH& destination, const MergeOffsets& at)
-{
-    for (uint32_t e = 0; e < count; ++e) {
-        const LM_EDGE from = *source.edges.Peek(e);
-        LM_EDGE* to = destination.edges.At(at.edge + e);
-        if (!to) return;
-        *to = from;
-        for (int k = 0; k < 2; ++k) {
-            to->vertex[k] = from.vertex[k] + at.vertex;
-            to->facet[k] = ShiftUnlessNone(from.facet[k], at.facet);
-        }
-        ++destination.edgeSlots;
-        if (IsLive(from.flags)) ++destination.edgeCount;
-    }
-}
-
-void AppendFacets(const L_LUMOMESH& source, uint32_t count, L_LUMOMESH& destination, const MergeOffsets& at)
-{
-    for (uint32_t f = 0; f < count; ++f) {
-        const LM_FACET from = *source.facets.Peek(f);
-        LM_FACET* to = destination.facets.At(at.facet + f);
-        if (!to) return;
-        *to = from;
-        for (int k = 0; k < 3; ++k) {
-            to->vertex[k] = from.vertex[k] + at.vertex;
-            to->edge[k] = from.edge[k] + at.edge;
-        }
-        // Group 0 means no group in both meshes; the others must stay apart from ours.
-        if (from.groupId != 0) to->groupId = from.groupId + at.group;
-        ++destination.facetSlots;
-        if (IsLive(from.flags)) ++destination.facetCount;
+    for (uint32_t i = 0; i < count; ++i) {
+        const Record record = *from.Peek(i);
+        Record* copy = to.At(at + i);
+        if (!copy) return;  // out of memory: the merge stops short
+        *copy = record;
+        shift(*copy);
+        ++slots;
+        if (IsLive(record.flags)) ++live;
     }
 }
 
@@ -288,9 +254,30 @@ bool LMeshMerge(const L_LUMOMESH& source, L_LUMOMESH& destination, float toleran
     const uint32_t sourceGroups = source.groupCount;
     const uint32_t vertexCount = source.vertices.count, edgeCount = source.edges.count;
     const uint32_t facetCount = source.facets.count;
-    AppendVertices(source, vertexCount, destination, at);
-    AppendEdges(source, edgeCount, destination, at);
-    AppendFacets(source, facetCount, destination, at);
+    AppendShifted(source.vertices, vertexCount, destination.vertices, at.vertex, destination.vertexSlots,
+                  destination.vertexCount, [&](LM_VERTEX& vertex) {
+                      // LM_NONE is shifted too, as the merge always did: a vertex without
+                      // edges comes out linked to an unrelated edge, which walks tolerate.
+                      vertex.edge += at.edge;
+                      const float p[3] = {vertex.position[0], vertex.position[1], vertex.position[2]};
+                      WidenBoxBy(destination, p);
+                  });
+    AppendShifted(source.edges, edgeCount, destination.edges, at.edge, destination.edgeSlots, destination.edgeCount,
+                  [&](LM_EDGE& edge) {
+                      for (int k = 0; k < 2; ++k) {
+                          edge.vertex[k] += at.vertex;
+                          edge.facet[k] = ShiftUnlessNone(edge.facet[k], at.facet);
+                      }
+                  });
+    AppendShifted(source.facets, facetCount, destination.facets, at.facet, destination.facetSlots,
+                  destination.facetCount, [&](LM_FACET& facet) {
+                      for (int k = 0; k < 3; ++k) {
+                          facet.vertex[k] += at.vertex;
+                          facet.edge[k] += at.edge;
+                      }
+                      // Group 0 means no group in both meshes; the others must stay apart.
+                      if (facet.groupId != 0) facet.groupId += at.group;
+                  });
     destination.groupCount += sourceGroups - 1;
     if (optimise) LMeshOptimizeEdges(destination, tolerance, nullptr, nullptr, nullptr, 1);
     return true;
