@@ -95,10 +95,15 @@ int RunExtend(const std::vector<std::string>& args)
         triangles += strips.Peek(i)->facetCount;
         LMeshMerge(*strips.Peek(i), output, weld, false);
     }
+    // Corners drawn to one point leave triangles of no area; they carry nothing.
+    const uint32_t withEmpty = output.facetCount;
+    LMeshDeleteAreaZeroFacets(output, 0.0f);
+    const uint32_t empty = withEmpty - output.facetCount;
     LMeshOptimizeEdges(output, weld, nullptr, nullptr, nullptr, 1);
     LMeshComputeAbsoluteBoundingBox(output);
     if (!Save(command, parsed.positional[1], output, 1.0f, exitCode)) return exitCode;
-    std::printf("strips        %u triangles; wrote %s (%u facets, %u border edges)\n", triangles,
-                parsed.positional[1].c_str(), output.facetCount, CountBorderEdges(output));
+    std::printf("strips        %u triangles, %u of no area dropped\n", triangles, empty);
+    std::printf("wrote         %s: %u facets, %u border edges\n", parsed.positional[1].c_str(), output.facetCount,
+                CountBorderEdges(output));
     return 0;
 }
