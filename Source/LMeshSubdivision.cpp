@@ -97,7 +97,8 @@ bool ReadCorners(const L_LUMOMESH& mesh, uint32_t facet, uint32_t vertex[3], flo
 // The facet's edge that joins p and q either way round, or LM_NONE.
 uint32_t SideJoining(const L_LUMOMESH& mesh, const LM_FACET& facet, uint32_t p, uint32_t q)
 {
-    for (uint32_t id : facet.edge) {
+    for (int k = 0; k < 3; ++k) {
+        const uint32_t id = facet.edge[k];
         const LM_EDGE* edge = mesh.edges.Peek(id);
         if (!edge) continue;
         if ((edge->vertex[0] == p && edge->vertex[1] == q) || (edge->vertex[0] == q && edge->vertex[1] == p))
@@ -109,8 +110,8 @@ uint32_t SideJoining(const L_LUMOMESH& mesh, const LM_FACET& facet, uint32_t p, 
 void ReplaceFacetLink(L_LUMOMESH& mesh, uint32_t edge, uint32_t from, uint32_t to)
 {
     LM_EDGE* record = mesh.edges.At(edge);  // found through Peek, so inside the store
-    for (uint32_t& facet : record->facet)
-        if (facet == from) facet = to;
+    for (int k = 0; k < 2; ++k)
+        if (record->facet[k] == from) record->facet[k] = to;
 }
 
 // -1 when the facet's edges do not join its corners; the centroid vertex and its three

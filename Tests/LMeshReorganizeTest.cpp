@@ -11,7 +11,7 @@ std::vector<float> Positions(const L_LUMOMESH& mesh)
 {
     std::vector<float> positions;
     for (uint32_t v = 0; v < mesh.vertices.count; ++v)
-        for (int k = 0; k < 3; ++k) positions.push_back(mesh.vertices.Peek(v)->position[k]);
+        for (int k = 0; k < 3; ++k) positions.push_back(+mesh.vertices.Peek(v)->position[k]);
     return positions;
 }
 

@@ -78,8 +78,8 @@ TEST(SplitFacetInFour, LeavesTheFacetAndListsItsQuarters)
     EXPECT_EQ(+mesh.facetCount, 5u);
     EXPECT_EQ(+mesh.edgeCount, 12u);
     const LM_VERTEX* m1 = mesh.vertices.Peek(4);  // the midpoint of (1,0,0) and (0,1,0)
-    EXPECT_EQ(m1->position[0], 0.5f);
-    EXPECT_EQ(m1->position[1], 0.5f);
+    EXPECT_EQ(+m1->position[0], 0.5f);
+    EXPECT_EQ(+m1->position[1], 0.5f);
     EXPECT_EQ(SplitFacetInFour(mesh, 9, pieces, old), -1);
     EXPECT_EQ(old.count, 1u);
 }
@@ -100,7 +100,7 @@ TEST(RemeshCentroidSubdivision, SplitsFacetsLargerThanTheSmallestOnce)
     // The pieces turn over against the facet that was not split.
     EXPECT_GT(NormalZ(mesh, 0), 0.0f);
     for (uint32_t f : {1u, 2u, 3u}) EXPECT_LT(NormalZ(mesh, f), 0.0f);
-    EXPECT_EQ(mesh.facets.Peek(1)->vertex[1], 4u);
+    EXPECT_EQ(+mesh.facets.Peek(1)->vertex[1], 4u);
 }
 
 TEST(RemeshCentroidSubdivision, RepeatsWhilePiecesExceedTheMargin)
