@@ -25,6 +25,12 @@ constexpr uint32_t kCellsPerAxis = 20;
 
 bool IsLive(uint8_t flags) { return (flags & LM_LIVE) != 0; }
 
+bool LiveVertex(const L_LUMOMESH& mesh, uint32_t v)
+{
+    const LM_VERTEX* vertex = mesh.vertices.Peek(v);
+    return vertex && IsLive(vertex->flags);
+}
+
 bool LiveFacet(const L_LUMOMESH& mesh, uint32_t f)
 {
     const LM_FACET* facet = mesh.facets.Peek(f);
@@ -83,6 +89,36 @@ bool LiesOn(const float side[2][3], const float other[2][3], float tolerance)
            (Near(side[1], other[0], tolerance) || Near(side[1], other[1], tolerance));
 }
 
+struct SideBounds {
+    float min[3] = {INFINITY, INFINITY, INFINITY};
+    float max[3] = {-INFINITY, -INFINITY, -INFINITY};
+};
+
+SideBounds BoundsOfSides(const L_LUMOMESH& mesh, uint32_t f)
+{
+    SideBounds bounds;
+    const LM_FACET* facet = mesh.facets.Peek(f);
+    for (int j = 0; facet && j < 3; ++j) {
+        float ends[2][3];
+        if (!ReadEnds(mesh, facet->edge[j], ends)) continue;
+        for (const float* p : ends)
+            for (int k = 0; k < 3; ++k) {
+                bounds.min[k] = std::min(bounds.min[k], p[k]);
+                bounds.max[k] = std::max(bounds.max[k], p[k]);
+            }
+    }
+    return bounds;
+}
+
+// Whether a point in the bounds could be near p. Exact: for q inside them, the gap to
+// the nearer wall never exceeds |p - q| once both are rounded to float.
+bool Reaches(const SideBounds& bounds, const float* p, float tolerance)
+{
+    for (int k = 0; k < 3; ++k)
+        if (!(bounds.min[k] - p[k] < tolerance && p[k] - bounds.max[k] < tolerance)) return false;
+    return true;
+}
+
 // What the deletion does with a facet. Decided for all facets up front: neither test
 // reads live flags, and links do not change until the deletion at the end.
 enum class Verdict : uint8_t { Keep, Loose, Scan };
@@ -114,6 +150,8 @@ public:
             if (verdicts[f] == Verdict::Scan) rowOf_[f] = rows++;
         if (rows == 0) return;
         LMeshBoxFacetsNonUniform(mesh, boxes_, kFacetsPerBox);
+        sideBounds_.resize(verdicts.size());
+        for (uint32_t f = 0; f < verdicts.size(); ++f) sideBounds_[f] = BoundsOfSides(mesh, f);
         boxesOf_.resize(rows);
         for (uint32_t b = 0; b < boxes_.count; ++b) {
             const BaseList<uint32_t>& facets = boxes_.Peek(b)->facets;
@@ -140,8 +178,20 @@ public:
         return candidates_;
     }
 
+    // False when no side of g can lie on any of the border sides: a side of g within
+    // tolerance of both ends of one needs both ends inside g's bounds widened by it.
+    bool MayShadow(uint32_t g, const BorderSides& sides, float tolerance) const
+    {
+        const SideBounds& bounds = sideBounds_[g];
+        for (int k = 0; k < sides.count; ++k)
+            if (Reaches(bounds, sides.ends[k][0], tolerance) && Reaches(bounds, sides.ends[k][1], tolerance))
+                return true;
+        return false;
+    }
+
 private:
     BaseList<LM_BOX> boxes_;
+    std::vector<SideBounds> sideBounds_;          // per facet, over the ends of its three sides
     std::vector<uint32_t> rowOf_;                 // facet to its row of boxesOf_, or LM_NONE
     std::vector<std::vector<uint32_t>> boxesOf_;  // ascending boxes holding each scanned facet
     std::vector<uint32_t> seenBy_;                // the facet whose candidates last listed each id
@@ -149,12 +199,12 @@ private:
 };
 
 // Whether two or more sides of the other live candidates lie on one border side of f.
-bool IsShadowed(const L_LUMOMESH& mesh, uint32_t f, const BorderSides& sides, const std::vector<uint32_t>& candidates,
+bool IsShadowed(const L_LUMOMESH& mesh, uint32_t f, const BorderSides& sides, CandidateCollector& collector,
                 float tolerance)
 {
     int shadows[3] = {0, 0, 0};
-    for (uint32_t g : candidates) {
-        if (g == f || !LiveFacet(mesh, g)) continue;
+    for (uint32_t g : collector.Collect(f)) {
+        if (g == f || !collector.MayShadow(g, sides, tolerance) || !LiveFacet(mesh, g)) continue;
         const LM_FACET& other = *mesh.facets.Peek(g);
         for (int j = 0; j < 3; ++j) {
             float ends[2][3];
@@ -207,48 +257,69 @@ bool LiesInside(const float* p, const float ends[2][3], float distance)
     return std::sqrt(squared) < distance;
 }
 
+// A candidate edge with its end positions at hand: a vertex is tested against many,
+// and vertices do not move until the closing weld.
+struct ListedEdge {
+    uint32_t edge;
+    float ends[2][3];
+};
+using EdgeList = std::vector<ListedEdge>;
+
+// Whether p can be within `distance` of a point of the segment: a cheap bounds test,
+// widened far beyond float rounding so that it never turns away an edge that the exact
+// test takes.
+bool MayLieInside(const float* p, const float ends[2][3], float distance)
+{
+    for (int k = 0; k < 3; ++k) {
+        const float low = std::min(ends[0][k], ends[1][k]), high = std::max(ends[0][k], ends[1][k]);
+        const float reach = 2.0f * distance + 1e-4f * (std::fabs(p[k]) + std::fabs(low) + std::fabs(high));
+        if (p[k] < low - reach || p[k] > high + reach) return false;
+    }
+    return true;
+}
+
 // The first candidate edge under vertex v: live, with exactly one facet, which v is not
 // a corner of, v inside it and off both its ends. Dead edges are passed over, so a side
 // split earlier hands its vertices on to its halves.
-uint32_t FindEdgeUnderVertex(const L_LUMOMESH& mesh, uint32_t v, const BaseList<uint32_t>& candidates,
+uint32_t FindEdgeUnderVertex(const L_LUMOMESH& mesh, uint32_t v, const EdgeList& candidates,
                              const JunctionTolerances& tolerances)
 {
     float p[3];
     if (!ReadPosition(mesh, v, p)) return LM_NONE;
-    for (uint32_t i = 0; i < candidates.count; ++i) {
-        const uint32_t e = *candidates.Peek(i);
-        const LM_EDGE* edge = mesh.edges.Peek(e);
-        if (!edge || !IsLive(edge->flags)) continue;
-        const uint32_t facet = SoleFacet(*edge);
-        float ends[2][3];
-        if (facet == LM_NONE || IsCornerOf(mesh, facet, v) || !ReadEnds(mesh, e, ends)) continue;
-        if (Near(p, ends[0], tolerances.end) || Near(p, ends[1], tolerances.end)) continue;
-        if (LiesInside(p, ends, tolerances.distance)) return e;
+    for (const ListedEdge& candidate : candidates) {
+        if (!MayLieInside(p, candidate.ends, tolerances.distance)) continue;
+        const LM_EDGE& edge = *mesh.edges.Peek(candidate.edge);
+        const uint32_t facet = SoleFacet(edge);
+        if (!IsLive(edge.flags) || facet == LM_NONE || IsCornerOf(mesh, facet, v)) continue;
+        if (Near(p, candidate.ends[0], tolerances.end) || Near(p, candidate.ends[1], tolerances.end)) continue;
+        if (LiesInside(p, candidate.ends, tolerances.distance)) return candidate.edge;
     }
     return LM_NONE;
 }
 
-// Keeps, in order, the first entry of each live edge with exactly one facet: only those
-// can lie under a vertex. `listedIn` remembers per edge the last list (by `stamp`)
-// that kept it.
-void KeepSingleFacetEdgesOnce(const L_LUMOMESH& mesh, BaseList<uint32_t>& edges, std::vector<uint32_t>& listedIn,
-                              uint32_t stamp)
+// The entries of `edges` that can lie under a vertex: live, with exactly one facet, and
+// readable; each once, in order. `listedIn` remembers per edge the last list (by
+// `stamp`) that took it.
+EdgeList ListSingleFacetEdgesOnce(const L_LUMOMESH& mesh, const BaseList<uint32_t>& edges,
+                                  std::vector<uint32_t>& listedIn, uint32_t stamp)
 {
-    uint32_t kept = 0;
+    EdgeList listed;
     for (uint32_t i = 0; i < edges.count; ++i) {
-        const uint32_t e = *edges.Peek(i);
-        const LM_EDGE* edge = mesh.edges.Peek(e);
-        if (!edge || !IsLive(edge->flags) || SoleFacet(*edge) == LM_NONE || listedIn[e] == stamp) continue;
-        listedIn[e] = stamp;
-        *edges.At(kept++) = e;
+        ListedEdge entry{*edges.Peek(i), {}};
+        const LM_EDGE* edge = mesh.edges.Peek(entry.edge);
+        if (!edge || !IsLive(edge->flags) || SoleFacet(*edge) == LM_NONE || listedIn[entry.edge] == stamp) continue;
+        if (!ReadEnds(mesh, entry.edge, entry.ends)) continue;
+        listedIn[entry.edge] = stamp;
+        listed.push_back(entry);
     }
-    edges.SetSize(kept);
+    return listed;
 }
 
 // Splits the facet of the edge under vertex v, if any, and counts the split.
-bool MendJunction(L_LUMOMESH& mesh, uint32_t v, const BaseList<uint32_t>& candidates,
-                  const JunctionTolerances& tolerances, BaseList<uint32_t>& scratch, SplitPieces& pieces)
+bool MendJunction(L_LUMOMESH& mesh, uint32_t v, const EdgeList& candidates, const JunctionTolerances& tolerances,
+                  BaseList<uint32_t>& scratch, SplitPieces& pieces)
 {
+    if (!LiveVertex(mesh, v)) return false;
     const uint32_t e = FindEdgeUnderVertex(mesh, v, candidates, tolerances);
     if (e == LM_NONE) return false;
     scratch.Clear();
@@ -265,12 +336,6 @@ bool MendJunction(L_LUMOMESH& mesh, uint32_t v, const BaseList<uint32_t>& candid
     return true;
 }
 
-bool LiveVertex(const L_LUMOMESH& mesh, uint32_t v)
-{
-    const LM_VERTEX* vertex = mesh.vertices.Peek(v);
-    return vertex && IsLive(vertex->flags);
-}
-
 // The corners and sides of the listed facets, each sorted with repeats removed.
 void CollectListedWork(const L_LUMOMESH& mesh, const BaseList<uint32_t>& facets, std::vector<uint32_t>& vertices,
                        BaseList<uint32_t>& edges)
@@ -280,8 +345,9 @@ void CollectListedWork(const L_LUMOMESH& mesh, const BaseList<uint32_t>& facets,
         const LM_FACET* facet = mesh.facets.Peek(*facets.Peek(i));
         if (!facet) continue;  // id past the store: nothing listed
         for (int k = 0; k < 3; ++k) {
-            vertices.push_back(facet->vertex[k]);
-            sides.push_back(facet->edge[k]);
+            const uint32_t corner = facet->vertex[k], side = facet->edge[k];  // packed: copied, not bound
+            vertices.push_back(corner);
+            sides.push_back(side);
         }
     }
     for (std::vector<uint32_t>* list : {&vertices, &sides}) {
@@ -294,52 +360,75 @@ void CollectListedWork(const L_LUMOMESH& mesh, const BaseList<uint32_t>& facets,
 uint32_t MendListedJunctions(L_LUMOMESH& mesh, const BaseList<uint32_t>& facets, const JunctionTolerances& tolerances)
 {
     std::vector<uint32_t> vertices;
-    BaseList<uint32_t> candidates, scratch;
-    CollectListedWork(mesh, facets, vertices, candidates);
+    BaseList<uint32_t> sides, scratch;
+    CollectListedWork(mesh, facets, vertices, sides);
     std::vector<uint32_t> listedIn(mesh.edges.count, LM_NONE);
-    KeepSingleFacetEdgesOnce(mesh, candidates, listedIn, 0);
+    const EdgeList candidates = ListSingleFacetEdgesOnce(mesh, sides, listedIn, 0);
     uint32_t splits = 0;
     SplitPieces pieces;
     for (uint32_t v : vertices)
-        if (LiveVertex(mesh, v) && MendJunction(mesh, v, candidates, tolerances, scratch, pieces)) ++splits;
+        if (MendJunction(mesh, v, candidates, tolerances, scratch, pieces)) ++splits;
     return splits;
 }
 
-// New edges go into the cells of their samples, once per cell, where later vertices find them.
-void EnterEdges(const L_LUMOMESH& mesh, const L_BOUNDSf& bounds, BaseList<BaseList<uint32_t>>& cells,
-                const SplitPieces& pieces)
-{
-    for (uint32_t e : pieces.edges) {
-        float ends[2][3];
-        uint32_t index[5];
-        if (!ReadEnds(mesh, e, ends) || !EdgeSampleCells(bounds, kCellsPerAxis, ends[0], ends[1], index)) continue;
-        for (int s = 0; s < 5; ++s) {
-            if (std::find(index, index + s, index[s]) != index + s || index[s] >= cells.count) continue;
-            AppendTo(*cells.At(index[s]), e);
+// The edge cell grid over the stored box, each cell reduced to the edges that can lie
+// under a vertex.
+class JunctionGrid {
+public:
+    explicit JunctionGrid(const L_LUMOMESH& mesh)
+        : bounds_{{mesh.bboxMin[0], mesh.bboxMin[1], mesh.bboxMin[2]},
+                  {mesh.bboxMax[0], mesh.bboxMax[1], mesh.bboxMax[2]}}
+    {
+        BaseList<BaseList<uint32_t>> cells;
+        // A false result leaves the edges entered so far: the search goes on with them.
+        LMeshBoxEdges(mesh, kCellsPerAxis, bounds_, cells);
+        std::vector<uint32_t> listedIn(mesh.edges.count, LM_NONE);
+        cells_.resize(cells.count);
+        for (uint32_t c = 0; c < cells.count; ++c) cells_[c] = ListSingleFacetEdgesOnce(mesh, *cells.Peek(c), listedIn, c);
+    }
+
+    // The edges of the vertex's cell; null for a vertex off the grid or an empty cell.
+    const EdgeList* CellOf(const L_LUMOMESH& mesh, uint32_t v) const
+    {
+        float p[3];
+        uint32_t cell[5];
+        if (!ReadPosition(mesh, v, p) || !EdgeSampleCells(bounds_, kCellsPerAxis, p, p, cell)) return nullptr;
+        if (cell[0] >= cells_.size() || cells_[cell[0]].empty()) return nullptr;
+        return &cells_[cell[0]];
+    }
+
+    // New edges go into the cells of their samples, once per cell, where later vertices find them.
+    void Enter(const L_LUMOMESH& mesh, const SplitPieces& pieces)
+    {
+        for (uint32_t e : pieces.edges) {
+            ListedEdge entry{e, {}};
+            uint32_t index[5];
+            if (!ReadEnds(mesh, e, entry.ends) ||
+                !EdgeSampleCells(bounds_, kCellsPerAxis, entry.ends[0], entry.ends[1], index))
+                continue;
+            for (int s = 0; s < 5; ++s)
+                if (std::find(index, index + s, index[s]) == index + s && index[s] < cells_.size())
+                    cells_[index[s]].push_back(entry);
         }
     }
-}
+
+private:
+    L_BOUNDSf bounds_;
+    std::vector<EdgeList> cells_;
+};
 
 uint32_t MendAllJunctions(L_LUMOMESH& mesh, const JunctionTolerances& tolerances)
 {
-    const L_BOUNDSf bounds{{mesh.bboxMin[0], mesh.bboxMin[1], mesh.bboxMin[2]},
-                           {mesh.bboxMax[0], mesh.bboxMax[1], mesh.bboxMax[2]}};
-    BaseList<BaseList<uint32_t>> cells;
-    // A false result leaves the edges entered so far: the search goes on with them.
-    LMeshBoxEdges(mesh, kCellsPerAxis, bounds, cells);
-    std::vector<uint32_t> listedIn(mesh.edges.count, LM_NONE);
-    for (uint32_t c = 0; c < cells.count; ++c) KeepSingleFacetEdgesOnce(mesh, *cells.At(c), listedIn, c);
-
+    JunctionGrid grid(mesh);
     const uint32_t vertexSlots = mesh.vertices.count;
-    BaseList<uint32_t> candidates, scratch;
-    uint32_t splits = 0, cell = 0;
+    BaseList<uint32_t> scratch;
+    uint32_t splits = 0;
     SplitPieces pieces;
     for (uint32_t v = 0; v < vertexSlots; ++v) {
-        if (!LiveVertex(mesh, v) || !LMeshQueryEdgeBox(mesh, bounds, v, kCellsPerAxis, cells, cell, candidates))
-            continue;
-        if (!MendJunction(mesh, v, candidates, tolerances, scratch, pieces)) continue;
+        const EdgeList* candidates = LiveVertex(mesh, v) ? grid.CellOf(mesh, v) : nullptr;
+        if (!candidates || !MendJunction(mesh, v, *candidates, tolerances, scratch, pieces)) continue;
         ++splits;
-        EnterEdges(mesh, bounds, cells, pieces);
+        grid.Enter(mesh, pieces);
     }
     return splits;
 }
@@ -358,7 +447,7 @@ uint32_t LMeshDeleteNonManifoldFacets(L_LUMOMESH& mesh, float tolerance)
         if (verdicts[f] == Verdict::Keep) continue;
         LM_FACET& facet = *mesh.facets.At(f);
         if (verdicts[f] == Verdict::Scan &&
-            !IsShadowed(mesh, f, CollectBorderSides(mesh, facet), collector.Collect(f), tolerance))
+            !IsShadowed(mesh, f, CollectBorderSides(mesh, facet), collector, tolerance))
             continue;
         facet.flags &= uint8_t(~LM_LIVE);
         AppendTo(doomed, f);
