@@ -7,14 +7,17 @@
 // position, not by id, so the call's tolerance decides what counts as the same
 // corner. Which way a seed faces comes from the parity of crossings of a ray cast
 // from its centroid along its normal against every other live facet: an odd count
-// means the normal points into a closed volume. That test is quadratic in the facet
-// count by nature, so its inner loop reads records in place and allocates nothing;
+// means the normal points into a closed volume. Only the facets in the grid cells the
+// ray passes through are tested, which gives the same count as testing every facet;
 // the propagation touches each facet once.
 //
 // Reversal swaps corner ids only. Edge ids stay, so after it a facet's edge[k] no
 // longer joins corners k and k + 1; the propagation therefore looks sides up by
 // their end vertices.
+#include <algorithm>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 #include "LMeshOrientation.h"
 #include "LMeshRead.h"
@@ -90,9 +93,138 @@ bool RayCrossesFacet(const L_LUMOMESH& mesh, const float c[3], const float d[3],
     return PointInTriangle(h, p[0], p[1], p[2], tolerance);
 }
 
-// Crossings of the seed's ray with every other live facet, walked page by page so
-// that the loop reads records in place.
-uint32_t CountRayCrossings(const L_LUMOMESH& mesh, uint32_t seed, float tolerance)
+// The live facets sorted into a uniform grid by their boxes, so that a seed's ray is
+// tested only against the facets of the cells it passes through (and those too large
+// for the grid). Boxes are widened far beyond the rounding of a hit point, so no facet
+// the ray can hit is passed over and the count is that of testing every facet. Facets
+// keep their places while the orientation runs, so one grid serves every seed.
+class RayGrid {
+public:
+    explicit RayGrid(const L_LUMOMESH& mesh) : stamps_(mesh.facets.count, 0)
+    {
+        std::vector<std::pair<uint32_t, L_BOUNDSf>> boxes;
+        L_BOUNDSf all = {{INFINITY, INFINITY, INFINITY}, {-INFINITY, -INFINITY, -INFINITY}};
+        for (uint32_t f = 0; f < mesh.facets.count; ++f) {
+            const LM_FACET& facet = *mesh.facets.Peek(f);
+            float p[3][3];
+            if (!(facet.flags & LM_LIVE)) continue;
+            L_BOUNDSf box;
+            if (!ReadCorners(mesh, facet, p) || !BoxOf(p, box)) {
+                everywhere_.push_back(f);  // no usable box: always tested
+                continue;
+            }
+            for (int k = 0; k < 3; ++k) {
+                all.min[k] = std::min(all.min[k], box.min[k]);
+                all.max[k] = std::max(all.max[k], box.max[k]);
+            }
+            boxes.emplace_back(f, box);
+        }
+        if (boxes.empty()) return;
+        const double extent = std::max({all.max[0] - all.min[0], all.max[1] - all.min[1], all.max[2] - all.min[2]});
+        margin_ = 1e-4 * extent + 1e-6;
+        const int perAxis = std::clamp(int(std::cbrt(double(boxes.size()) / 2.0)), 1, 100);
+        for (int k = 0; k < 3; ++k) {
+            origin_[k] = all.min[k] - margin_;
+            const double span = all.max[k] - all.min[k] + 2.0 * margin_;
+            cells_[k] = perAxis;
+            size_[k] = span / perAxis;
+        }
+        grid_.resize(size_t(perAxis) * perAxis * perAxis);
+        for (const auto& [f, box] : boxes) Insert(f, box);
+    }
+
+    // Calls visit(f) once for each facet the ray from c along d may hit.
+    template <class Visit>
+    void ForEachCandidate(const float c[3], const float d[3], Visit visit)
+    {
+        ++query_;
+        for (uint32_t f : everywhere_) Once(f, visit);
+        if (grid_.empty()) return;
+        double enter = 0.0, exit = INFINITY;
+        for (int k = 0; k < 3; ++k) {
+            const double low = origin_[k], high = origin_[k] + size_[k] * cells_[k];
+            if (d[k] == 0.0f) {
+                if (c[k] < low || c[k] > high) return;
+                continue;
+            }
+            const double a = (low - c[k]) / d[k], b = (high - c[k]) / d[k];
+            enter = std::max(enter, std::min(a, b));
+            exit = std::min(exit, std::max(a, b));
+        }
+        if (!(enter <= exit)) return;  // the ray misses the grid (NaN too)
+        int cell[3], step[3];
+        double next[3], delta[3];
+        for (int k = 0; k < 3; ++k) {
+            const double at = (c[k] + d[k] * enter - origin_[k]) / size_[k];
+            cell[k] = std::clamp(int(std::floor(at)), 0, cells_[k] - 1);
+            step[k] = d[k] > 0.0f ? 1 : d[k] < 0.0f ? -1 : 0;
+            const double boundary = origin_[k] + size_[k] * (cell[k] + (step[k] > 0 ? 1 : 0));
+            next[k] = step[k] == 0 ? INFINITY : (boundary - c[k]) / d[k];
+            delta[k] = step[k] == 0 ? INFINITY : size_[k] / std::fabs(double(d[k]));
+        }
+        for (;;) {
+            for (uint32_t f : grid_[Index(cell)]) Once(f, visit);
+            const int k = next[0] <= next[1] && next[0] <= next[2] ? 0 : next[1] <= next[2] ? 1 : 2;
+            if (!(next[k] <= exit) || step[k] == 0) return;  // past the grid, or a ray of no direction
+            cell[k] += step[k];
+            if (cell[k] < 0 || cell[k] >= cells_[k]) return;
+            next[k] += delta[k];
+        }
+    }
+
+private:
+    static constexpr int kMostCellsPerFacet = 64;
+
+    static bool BoxOf(const float p[3][3], L_BOUNDSf& box)
+    {
+        for (int k = 0; k < 3; ++k) {
+            box.min[k] = std::min({p[0][k], p[1][k], p[2][k]});
+            box.max[k] = std::max({p[0][k], p[1][k], p[2][k]});
+            if (!std::isfinite(box.min[k]) || !std::isfinite(box.max[k])) return false;
+        }
+        return true;
+    }
+
+    size_t Index(const int cell[3]) const { return (size_t(cell[0]) * cells_[1] + cell[1]) * cells_[2] + cell[2]; }
+
+    int CellOf(int k, double x) const { return std::clamp(int(std::floor((x - origin_[k]) / size_[k])), 0, cells_[k] - 1); }
+
+    void Insert(uint32_t f, const L_BOUNDSf& box)
+    {
+        int low[3], high[3], count = 1;
+        for (int k = 0; k < 3; ++k) {
+            low[k] = CellOf(k, box.min[k] - margin_);
+            high[k] = CellOf(k, box.max[k] + margin_);
+            count *= high[k] - low[k] + 1;
+        }
+        if (count > kMostCellsPerFacet) {
+            everywhere_.push_back(f);
+            return;
+        }
+        int cell[3];
+        for (cell[0] = low[0]; cell[0] <= high[0]; ++cell[0])
+            for (cell[1] = low[1]; cell[1] <= high[1]; ++cell[1])
+                for (cell[2] = low[2]; cell[2] <= high[2]; ++cell[2]) grid_[Index(cell)].push_back(f);
+    }
+
+    template <class Visit>
+    void Once(uint32_t f, Visit& visit)
+    {
+        if (stamps_[f] == query_) return;
+        stamps_[f] = query_;
+        visit(f);
+    }
+
+    double origin_[3] = {}, size_[3] = {1, 1, 1}, margin_ = 0.0;
+    int cells_[3] = {1, 1, 1};
+    std::vector<std::vector<uint32_t>> grid_;
+    std::vector<uint32_t> everywhere_;
+    std::vector<uint32_t> stamps_;
+    uint32_t query_ = 0;
+};
+
+// Crossings of the seed's ray with every other live facet it may reach.
+uint32_t CountRayCrossings(const L_LUMOMESH& mesh, RayGrid& grid, uint32_t seed, float tolerance)
 {
     const LM_FACET& facet = *mesh.facets.Peek(seed);
     float p[3][3];
@@ -100,27 +232,20 @@ uint32_t CountRayCrossings(const L_LUMOMESH& mesh, uint32_t seed, float toleranc
     float c[3];
     for (int k = 0; k < 3; ++k) c[k] = (p[0][k] + p[1][k] + p[2][k]) / 3.0f;
     const float d[3] = {facet.normal[0], facet.normal[1], facet.normal[2]};
-    const uint32_t slots = mesh.facets.count, pageSize = mesh.facets.pageSize;
     uint32_t crossings = 0;
-    for (uint32_t first = 0; first < slots; first += pageSize) {
-        const LM_FACET* page = mesh.facets.Peek(first);
-        const uint32_t inPage = slots - first < pageSize ? slots - first : pageSize;
-        for (uint32_t k = 0; k < inPage; ++k) {
-            const LM_FACET& t = page[k];
-            if (!(t.flags & LM_LIVE) || first + k == seed) continue;
-            if (RayCrossesFacet(mesh, c, d, t, tolerance)) ++crossings;
-        }
-    }
+    grid.ForEachCandidate(c, d, [&](uint32_t f) {
+        if (f != seed && RayCrossesFacet(mesh, c, d, *mesh.facets.Peek(f), tolerance)) ++crossings;
+    });
     return crossings;
 }
 
 // Turns the seed outward (direction 1) or inward (0) by the parity of its ray; any
 // other direction keeps it as found. A kept seed's normal is normalised once more,
 // which turns a normal too short to trust into zero.
-void OrientSeed(L_LUMOMESH& mesh, uint32_t seed, float tolerance, short direction)
+void OrientSeed(L_LUMOMESH& mesh, RayGrid& grid, uint32_t seed, float tolerance, short direction)
 {
     if (direction == 0 || direction == 1) {
-        const bool odd = (CountRayCrossings(mesh, seed, tolerance) & 1u) != 0;
+        const bool odd = (CountRayCrossings(mesh, grid, seed, tolerance) & 1u) != 0;
         if (odd == (direction == 1)) {
             LMeshReverseFacet(mesh, seed);
             return;
@@ -310,12 +435,13 @@ bool LMeshOrientFacets(L_LUMOMESH& mesh, float tolerance, short direction)
     if (mesh.facets.count == 0) return false;
     Propagation propagation(mesh, tolerance);
     if (!propagation.Reserve()) return false;  // out of memory: normals refreshed, windings untouched
+    RayGrid grid(mesh);
     // Seeds in ascending id: each piece is seeded by its lowest live facet, as the
     // propagation has visited the rest of it by the time the loop gets there.
     for (uint32_t seed = 0; seed < mesh.facets.count && !propagation.QueueHoldsEverySlot(); ++seed) {
         if (!(mesh.facets.Peek(seed)->flags & LM_LIVE) || propagation.IsVisited(seed)) continue;
         propagation.MarkVisited(seed);
-        OrientSeed(mesh, seed, tolerance, direction);
+        OrientSeed(mesh, grid, seed, tolerance, direction);
         propagation.Enqueue(seed);
         propagation.Drain();
     }

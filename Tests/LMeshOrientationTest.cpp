@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <vector>
 
 #include "LMesh.h"
@@ -157,5 +158,36 @@ TEST(OrientFacets, UnmatchedSideStopsPropagationAtItsFacet)
             if (NormalOf(grid, f)[2] > 0) up.push_back(f);
         EXPECT_EQ(up, (Vec{0, 1, 3})) << "side " << side;
         EXPECT_EQ(grid.vertices.count + grid.facets.count, 8u + 6u);
+    }
+}
+
+// Many pieces spread over the grid the rays are traced through: a 5 x 5 x 5 block of
+// separate unit cubes, every one wound inward. Each cube's ray runs on through other
+// cubes, two crossings each; all come out facing outward.
+TEST(OrientFacets, ManyPiecesAcrossTheRayGrid)
+{
+    L_LUMOMESH block;
+    const L_LUMOMESH cube = testmesh::MakeCube();
+    for (int x = 0; x < 5; ++x)
+        for (int y = 0; y < 5; ++y)
+            for (int z = 0; z < 5; ++z)
+                for (uint32_t f = 0; f < cube.facets.count; ++f) {
+                    const LM_FACET facet = *cube.facets.Peek(f);
+                    float p[3][3];
+                    for (int c = 0; c < 3; ++c) {
+                        std::memcpy(p[c], cube.vertices.Peek(facet.vertex[c])->position, sizeof p[c]);
+                        p[c][0] += 2.0f * x;
+                        p[c][1] += 2.0f * y;
+                        p[c][2] += 2.0f * z;
+                    }
+                    LMeshAddTriangle(block, p[0], p[2], p[1], 0);  // wound inward
+                }
+    LMeshOptimizeEdges(block, 1e-5f, nullptr, nullptr, nullptr, 1);
+    LMeshOrientFacets(block, 1e-5f, 1);
+    EXPECT_NEAR(LMeshComputeVolume(block), 125.0f, 1e-3f);
+    for (uint32_t f = 0; f < block.facets.count; f += 12) {
+        BaseList<uint32_t> one;
+        for (uint32_t k = f; k < f + 12; ++k) *one.At(one.count) = k;
+        EXPECT_NEAR(LMeshComputeVolume(block, &one), 1.0f, 1e-4f) << f / 12;
     }
 }
