@@ -12,13 +12,6 @@
 
 namespace {
 
-// What LMeshCleanup puts in the record, with no minimum area.
-LM_TOLERANCES CleanupTolerances()
-{
-    return {1e-6f, 1.5f, 30.0f, 2.0f, 2.0f, 0.001f, 0.05f, 0.25f, 0.0f, 170.0f, 10.0f, 0.00381f, 1e-5f, 0.1f, 1e-6f,
-            20, 20, 20};
-}
-
 L_LUMOMESH BoxedTorus(int n, int m)
 {
     L_LUMOMESH mesh = TorusMesh(n, m);
@@ -46,7 +39,7 @@ BENCHMARK(BM_Subdivision1to4)->Unit(benchmark::kSecond)->Iterations(1);
 void BM_SubdivisionFEMRemesh(benchmark::State& state)
 {
     static const L_LUMOMESH original = BoxedTorus(250, 100);  // 50,000 facets
-    const LM_TOLERANCES tolerances = CleanupTolerances();
+    const LM_TOLERANCES tolerances = LMeshCleanupTolerances(0.0f);
     uint32_t facetsAfter = 0;
     for (auto _ : state) {
         state.PauseTiming();

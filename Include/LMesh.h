@@ -417,14 +417,17 @@ uint32_t LMeshDeleteLoopingTriangles(L_LUMOMESH& mesh);
 
 // ---- Simplification ------------------------------------------------------------------
 
-// The library's tolerance record. No default exists: LMeshCleanup fills one, other
-// callers bring their own. Angles are in degrees.
+// The library's tolerance record. Angles are in degrees.
 struct LM_TOLERANCES {
     float flatAngle, edgeLengthFactor, angleBand, featureAngleBand, areaFactor, turnAngle, vertexCurvatureChange,
         reorganizeDistance, minimumArea, capAngle, skinnyAspectRatio, skinnyEdgeLength, coordinateTolerance,
         reservedTolerance1, reservedTolerance2;
     int16_t slicesX, slicesY, slicesZ;
 };
+
+// The record LMeshCleanup uses for its skinny facets (20 slices per axis), with the
+// caller's minimum area: the usual values for a part in millimetres.
+LM_TOLERANCES LMeshCleanupTolerances(float minimumArea);
 
 // One pass of edge collapses in edge id order, each kept only if facet areas stay above
 // minimumArea (unless ignoreArea), vertex curvatures change by less than

@@ -148,35 +148,11 @@ uint32_t DeleteEqualAndOverlappingFacets(L_LUMOMESH& mesh, float tolerance, Base
     return ids.count;
 }
 
-// The one place in the library that fills a tolerance record; only minimumArea
-// comes from the caller.
-LM_TOLERANCES CleanupTolerances(float minimumArea)
-{
-    LM_TOLERANCES tolerances{};
-    tolerances.flatAngle = 0.000001f;
-    tolerances.edgeLengthFactor = 1.5f;
-    tolerances.angleBand = 30.0f;
-    tolerances.featureAngleBand = 2.0f;
-    tolerances.areaFactor = 2.0f;
-    tolerances.turnAngle = 0.001f;
-    tolerances.vertexCurvatureChange = 0.05f;
-    tolerances.reorganizeDistance = 0.25f;
-    tolerances.minimumArea = minimumArea;
-    tolerances.capAngle = 170.0f;
-    tolerances.skinnyAspectRatio = 10.0f;
-    tolerances.skinnyEdgeLength = 0.00381f;
-    tolerances.coordinateTolerance = 0.00001f;
-    tolerances.reservedTolerance1 = 0.1f;
-    tolerances.reservedTolerance2 = 0.000001f;
-    tolerances.slicesX = tolerances.slicesY = tolerances.slicesZ = 20;
-    return tolerances;
-}
-
 // Collapses the shortest side of every facet above the aspect ratio limit. Two skinny
 // facets may list the same side; the simplification passes over it the second time.
 uint32_t CollapseSkinnyFacets(L_LUMOMESH& mesh, float areaTolerance, float aspectRatioLimit)
 {
-    const LM_TOLERANCES tolerances = CleanupTolerances(areaTolerance);
+    const LM_TOLERANCES tolerances = LMeshCleanupTolerances(areaTolerance);
     BaseList<uint32_t> shortestSides;
     const uint32_t slots = mesh.facets.count;
     for (uint32_t f = 0; f < slots; ++f) {
@@ -224,4 +200,26 @@ void LMeshCleanup(L_LUMOMESH& mesh, float tolerance, uint32_t* results, bool rem
         counts[4] = uint32_t(LMeshFillHolesInBatch(mesh, kFreeEdgeCurvature, kFreeEdgeBand, tolerance, false, false,
                                                    nullptr));
     if (orient) counts[6] = LMeshOrientFacets(mesh, tolerance, kOutward) ? 1 : 0;
+}
+
+LM_TOLERANCES LMeshCleanupTolerances(float minimumArea)
+{
+    LM_TOLERANCES tolerances{};
+    tolerances.flatAngle = 0.000001f;
+    tolerances.edgeLengthFactor = 1.5f;
+    tolerances.angleBand = 30.0f;
+    tolerances.featureAngleBand = 2.0f;
+    tolerances.areaFactor = 2.0f;
+    tolerances.turnAngle = 0.001f;
+    tolerances.vertexCurvatureChange = 0.05f;
+    tolerances.reorganizeDistance = 0.25f;
+    tolerances.minimumArea = minimumArea;
+    tolerances.capAngle = 170.0f;
+    tolerances.skinnyAspectRatio = 10.0f;
+    tolerances.skinnyEdgeLength = 0.00381f;
+    tolerances.coordinateTolerance = 0.00001f;
+    tolerances.reservedTolerance1 = 0.1f;
+    tolerances.reservedTolerance2 = 0.000001f;
+    tolerances.slicesX = tolerances.slicesY = tolerances.slicesZ = 20;
+    return tolerances;
 }

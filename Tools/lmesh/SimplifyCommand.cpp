@@ -7,14 +7,6 @@
 
 namespace {
 
-// The cleanup driver's record. Its minimum area is the caller's; 0 keeps every facet
-// with any area at all from blocking a collapse.
-LM_TOLERANCES CleanupTolerances()
-{
-    return {1e-6f, 1.5f, 30.0f, 2.0f, 2.0f, 0.001f, 0.05f, 0.25f, 0.0f, 170.0f, 10.0f, 0.00381f, 1e-5f, 0.1f, 1e-6f,
-            20, 20, 20};
-}
-
 const char* const kSimplifyHelp =
     "usage: lmesh simplify IN OUT [--full-edge-collapse] [--min-area A] [--curvature-change C]\n"
     "                             [--ignore-area] [--protect-right-angles]\n"
@@ -47,7 +39,7 @@ int RunSimplify(const std::vector<std::string>& args)
     MeshFormat format;
     if (!Load("simplify", parsed.positional[0], 0.0f, mesh, format, exitCode)) return exitCode;
 
-    LM_TOLERANCES tolerances = CleanupTolerances();
+    LM_TOLERANCES tolerances = LMeshCleanupTolerances(0.0f);
     tolerances.minimumArea = float(NumberOr(parsed, "--min-area", tolerances.minimumArea));
     tolerances.vertexCurvatureChange = float(NumberOr(parsed, "--curvature-change", tolerances.vertexCurvatureChange));
     const bool ignoreArea = parsed.flags.count("--ignore-area") > 0;

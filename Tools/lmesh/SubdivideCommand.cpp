@@ -14,13 +14,6 @@ namespace {
 // of corners that were welded from slightly different positions.
 constexpr double kDefaultWeldTolerance = 1e-5;
 
-// The cleanup driver's record, with its slice counts replaced by the caller's.
-LM_TOLERANCES CleanupTolerances()
-{
-    return {1e-6f, 1.5f, 30.0f, 2.0f, 2.0f, 0.001f, 0.05f, 0.25f, 0.0f, 170.0f, 10.0f, 0.00381f, 1e-5f, 0.1f, 1e-6f,
-            20, 20, 20};
-}
-
 const char* const kSubdivideHelp =
     "usage: lmesh subdivide IN OUT [--centroid] [--repeat] [--tolerance T] [--margin A]\n"
     "\n"
@@ -98,7 +91,7 @@ int RunSubdivide(const std::vector<std::string>& args)
     const bool centroid = parsed.flags.count("--centroid") > 0;
     const bool repeat = parsed.flags.count("--repeat") > 0;
     if (repeat && !centroid) return UsageError("subdivide", "--repeat goes with --centroid");
-    LM_TOLERANCES tolerances = CleanupTolerances();
+    LM_TOLERANCES tolerances = LMeshCleanupTolerances(0.0f);
     const double tolerance = NumberOr(parsed, "--tolerance", kDefaultWeldTolerance);
     tolerances.reorganizeDistance = float(NumberOr(parsed, "--margin", tolerances.reorganizeDistance));
     if (!(tolerance >= 0.0) || !(tolerances.reorganizeDistance >= 0.0f))
@@ -135,7 +128,7 @@ int RunRemeshFem(const std::vector<std::string>& args)
     int16_t slices[3];
     if (!ParseSlices(slicesText, slices))
         return UsageError("remesh-fem", "--slices needs three whole numbers from 1 to 32767: x,y,z");
-    LM_TOLERANCES tolerances = CleanupTolerances();
+    LM_TOLERANCES tolerances = LMeshCleanupTolerances(0.0f);
     tolerances.slicesX = slices[0];
     tolerances.slicesY = slices[1];
     tolerances.slicesZ = slices[2];
