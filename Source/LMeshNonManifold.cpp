@@ -6,10 +6,11 @@
 // Both searches go through throw-away spatial indexes: the adaptive facet boxes for
 // the shadowing sides, a cell grid of edges for the vertices. Only border sides matter
 // to either, so both skip everything else early: a facet without a border side has
-// nothing to count (on a closed mesh the boxes are not even built), and the grid's
-// cells keep each border edge once and drop the rest. A split never turns an inner
-// edge into a border edge, so the first edge found under a vertex is the same as with
-// the full cells.
+// nothing to count (on a closed mesh the boxes are not even built), a candidate whose
+// sides' bounds cannot reach a border side is not read further, and the grid's cells
+// keep each border edge once, with its end positions, and drop the rest. A split never
+// turns an inner edge into a border edge, so the first edge found under a vertex is
+// the same as with the full cells.
 #include "LMeshGrids.h"
 #include "LMeshRead.h"
 #include "LMeshSplit.h"
