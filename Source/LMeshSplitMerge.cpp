@@ -256,8 +256,8 @@ bool LMeshMerge(const L_LUMOMESH& source, L_LUMOMESH& destination, float toleran
     const uint32_t facetCount = source.facets.count;
     AppendShifted(source.vertices, vertexCount, destination.vertices, at.vertex, destination.vertexSlots,
                   destination.vertexCount, [&](LM_VERTEX& vertex) {
-                      // LM_NONE is shifted too, as the merge always did: a vertex without
-                      // edges comes out linked to an unrelated edge, which walks tolerate.
+                      // LM_NONE is shifted too, with no test: a vertex without edges comes
+                      // out linked to an unrelated edge until LMeshDeleteFacets relinks it.
                       vertex.edge += at.edge;
                       const float p[3] = {vertex.position[0], vertex.position[1], vertex.position[2]};
                       WidenBoxBy(destination, p);
