@@ -204,8 +204,9 @@ SideSplit SplitFacetAtVertex(L_LUMOMESH& mesh, uint32_t facet, uint32_t edge, ui
     }
     pieces.edges[2] = e3;
 
-    const uint32_t cornersA[3] = {p0, vertex, apex}, sidesA[3] = {t0, e3, others[0]};
-    const uint32_t cornersB[3] = {vertex, p1, apex}, sidesB[3] = {t1, others[1], e3};
+    // Sides as documented: the old side first, not in corner order.
+    const uint32_t cornersA[3] = {p0, vertex, apex}, sidesA[3] = {others[0], e3, t0};
+    const uint32_t cornersB[3] = {vertex, p1, apex}, sidesB[3] = {others[1], e3, t1};
     WriteFacet(mesh, fa, cornersA, sidesA);
     WriteFacet(mesh, fb, cornersB, sidesB);
 

@@ -105,8 +105,9 @@ inline L_LUMOMESH MakeMeshWithDeadSlots()
 }
 
 // Live records name only slots inside their stores, live facets name live corners
-// and edges, and each facet's edge k joins its corners k and k + 1.
-inline void ExpectMeshConsistent(const L_LUMOMESH& mesh)
+// and edges, and each facet's edge k joins its corners k and k + 1 (or, where an edit
+// lists sides in another order, some two of its corners, each pair once).
+inline void ExpectMeshConsistent(const L_LUMOMESH& mesh, bool sidesInCornerOrder = true)
 {
     ASSERT_EQ(mesh.vertexSlots, mesh.vertices.count);
     ASSERT_EQ(mesh.edgeSlots, mesh.edges.count);
@@ -124,7 +125,21 @@ inline void ExpectMeshConsistent(const L_LUMOMESH& mesh)
             const LM_EDGE& edge = *mesh.edges.Peek(e);
             EXPECT_TRUE(edge.flags & LM_LIVE) << "facet " << f;
             const bool joins = (edge.vertex[0] == v && edge.vertex[1] == w) || (edge.vertex[0] == w && edge.vertex[1] == v);
-            EXPECT_TRUE(joins) << "facet " << f << " side " << k;
+            if (sidesInCornerOrder) {
+                EXPECT_TRUE(joins) << "facet " << f << " side " << k;
+            }
+        }
+        if (!sidesInCornerOrder) {
+            int pairs = 0;  // bit j: the side joining corners j and j + 1 is listed
+            for (int k = 0; k < 3; ++k) {
+                const LM_EDGE& edge = *mesh.edges.Peek(facet.edge[k]);
+                for (int j = 0; j < 3; ++j) {
+                    const uint32_t v = facet.vertex[j], w = facet.vertex[(j + 1) % 3];
+                    if ((edge.vertex[0] == v && edge.vertex[1] == w) || (edge.vertex[0] == w && edge.vertex[1] == v))
+                        pairs |= 1 << j;
+                }
+            }
+            EXPECT_EQ(pairs, 7) << "facet " << f;
         }
     }
     EXPECT_EQ(liveFacets, mesh.facetCount);
