@@ -7,6 +7,21 @@
 
 #include "LMesh.h"
 
+// A live edge from `from` to `to` with the given facet links, at the end of the store.
+// Its id, or LM_NONE when the store cannot grow.
+inline uint32_t AppendEdgeRecord(L_LUMOMESH& mesh, uint32_t from, uint32_t to, uint32_t facet0, uint32_t facet1)
+{
+    const uint32_t id = mesh.edges.count;
+    LM_EDGE* edge = mesh.edges.At(id);
+    if (!edge) return LM_NONE;
+    edge->vertex[0] = from;
+    edge->vertex[1] = to;
+    edge->facet[0] = facet0;
+    edge->facet[1] = facet1;
+    edge->flags = LM_LIVE;
+    return id;
+}
+
 // Removes `facet` from the edge's facet links, keeping facet[0] filled when one remains.
 void UnlinkFacetFromEdge(LM_EDGE& edge, uint32_t facet);
 

@@ -5,6 +5,7 @@
 //
 // The two facets of a split get their sides in the library's pairing, edge[k] joining
 // corner k and corner k + 1, so that every later walk and edit can rely on it.
+#include "LMeshEdit.h"
 #include "LMeshRead.h"
 #include "LMeshSplit.h"
 
@@ -46,20 +47,6 @@ void ReplaceFacetLink(LM_EDGE& edge, uint32_t from, uint32_t to)
 {
     for (int k = 0; k < 2; ++k)
         if (edge.facet[k] == from) edge.facet[k] = to;
-}
-
-// A live edge without facets at the end of the store; LM_NONE when memory runs out.
-uint32_t AppendEdge(L_LUMOMESH& mesh, uint32_t a, uint32_t b)
-{
-    const uint32_t id = mesh.edges.count;
-    LM_EDGE* edge = mesh.edges.At(id);
-    if (!edge) return LM_NONE;
-    edge->vertex[0] = a;
-    edge->vertex[1] = b;
-    edge->facet[0] = LM_NONE;
-    edge->facet[1] = LM_NONE;
-    edge->flags |= LM_LIVE;
-    return id;
 }
 
 // A facet record at the end of the store, still dead; LM_NONE when memory runs out.
@@ -189,13 +176,14 @@ SideSplit SplitFacetAtVertex(L_LUMOMESH& mesh, uint32_t facet, uint32_t edge, ui
     if (apex == LM_NONE || !VerticesExist(mesh, corners, 4)) return SideSplit::NoApex;
     pieces.apex = apex;
 
-    const uint32_t halves[2] = {AppendEdge(mesh, corners[0], vertex), AppendEdge(mesh, corners[1], vertex)};
+    const uint32_t halves[2] = {AppendEdgeRecord(mesh, corners[0], vertex, LM_NONE, LM_NONE),
+                                 AppendEdgeRecord(mesh, corners[1], vertex, LM_NONE, LM_NONE)};
     pieces.edges[0] = halves[0];
     pieces.edges[1] = halves[1];
     uint32_t t0 = LM_NONE, t1 = LM_NONE, p0 = LM_NONE, p1 = LM_NONE;
     const bool matched = halves[0] != LM_NONE && halves[1] != LM_NONE && MatchHalf(mesh, others[0], halves, t0, p0) &&
                          MatchHalf(mesh, others[1], halves, t1, p1);
-    const uint32_t e3 = matched ? AppendEdge(mesh, vertex, apex) : LM_NONE;
+    const uint32_t e3 = matched ? AppendEdgeRecord(mesh, vertex, apex, LM_NONE, LM_NONE) : LM_NONE;
     const uint32_t fa = e3 != LM_NONE ? ReserveFacet(mesh) : LM_NONE;
     const uint32_t fb = fa != LM_NONE ? ReserveFacet(mesh) : LM_NONE;
     if (fb == LM_NONE) {  // no match, or memory ran out: what was written stays dead

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "LMeshBuild.h"
+#include "LMeshEdit.h"
 #include "LMeshPlane.h"
 #include "LMeshRead.h"
 #include "LMeshSubdivision.h"
@@ -27,14 +28,8 @@ uint32_t AppendVertex(L_LUMOMESH& mesh, const float position[3], uint32_t edge)
 
 uint32_t AppendEdge(L_LUMOMESH& mesh, uint32_t from, uint32_t to, uint32_t facet0, uint32_t facet1)
 {
-    const uint32_t id = mesh.edges.count;
-    LM_EDGE* edge = mesh.edges.At(id);
-    if (!edge) throw kStoreFull;
-    edge->vertex[0] = from;
-    edge->vertex[1] = to;
-    edge->facet[0] = facet0;
-    edge->facet[1] = facet1;
-    edge->flags = LM_LIVE;
+    const uint32_t id = AppendEdgeRecord(mesh, from, to, facet0, facet1);
+    if (id == LM_NONE) throw kStoreFull;
     return id;
 }
 
