@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include "TestFiles.h"
@@ -53,9 +55,24 @@ uint32_t CountCrossings(L_LUMOMESH& mesh)
     return found.count;
 }
 
+// Each test gets a folder of its own: the cleanup's temporary file has a fixed name, and
+// tests run in parallel processes.
 class CleanUpAfterOffset : public TempFilesTest {
 protected:
-    std::string folder = ::testing::TempDir();
+    void SetUp() override
+    {
+        std::string pattern = ::testing::TempDir() + "lmesh_oc_XXXXXX";
+        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        folder = pattern + "/";
+    }
+
+    void TearDown() override
+    {
+        TempFilesTest::TearDown();
+        std::filesystem::remove_all(folder);
+    }
+
+    std::string folder;
 };
 
 }  // namespace

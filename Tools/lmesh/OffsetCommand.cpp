@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <stdlib.h>
 #include <string>
 #include <system_error>
 
@@ -49,13 +50,15 @@ void PrintBox(const char* label, L_LUMOMESH& mesh)
                 mesh.bboxMax[0], mesh.bboxMax[1], mesh.bboxMax[2]);
 }
 
-// The system's temporary folder with a separator at the end, as the cleanup appends
-// its file name directly.
-std::wstring TemporaryFolder()
+// A private folder under the system's temporary one, so that two runs at once do not
+// share the cleanup's fixed file name. Empty when none can be made.
+std::string MakePrivateFolder()
 {
     std::error_code error;
-    const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
-    return error ? std::wstring(L"/tmp/") : (folder / "").wstring();
+    std::filesystem::path base = std::filesystem::temp_directory_path(error);
+    if (error) base = "/tmp";
+    std::string pattern = (base / "lmesh_offset_XXXXXX").string();
+    return ::mkdtemp(pattern.data()) ? pattern : std::string();
 }
 
 // Seeds the cleanup with every live facet. False when its temporary file failed.
@@ -67,7 +70,14 @@ bool CleanUp(L_LUMOMESH& mesh)
         uint32_t* slot = seeds.At(seeds.count);
         if (slot) *slot = f;
     }
-    return LMeshCleanUpAfterOffset(mesh, seeds, TemporaryFolder().c_str()) == 0;
+    const std::string folder = MakePrivateFolder();
+    if (folder.empty()) return false;
+    // The cleanup appends its file name to the folder directly.
+    const std::wstring prefix = (std::filesystem::path(folder) / "").wstring();
+    const bool cleaned = LMeshCleanUpAfterOffset(mesh, seeds, prefix.c_str()) == 0;
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+    return cleaned;
 }
 
 }  // namespace
