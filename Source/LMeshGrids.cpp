@@ -35,6 +35,12 @@ constexpr uint32_t kBoxTableGrowth = 16;
 constexpr uint32_t kBoxPage = 512;
 constexpr uint32_t kBoxIdsTableGrowth = 16;
 constexpr uint32_t kBoxIdsPage = 8;
+// Facets wider than the boxes around them go into both children of every split. With
+// hundreds of them a box keeps splitting around each small facet among them, and the
+// set grows with the square of the mesh (a broken file of 5,000 facets asked for 100
+// million ids). Past this many ids per facet slot boxes stay as they are: real parts
+// hold 1 to 4 per facet, and every two facets that touch still share a box.
+constexpr uint64_t kBoxIdsPerFacet = 32;
 constexpr uint32_t kBoundsTableGrowth = 256;
 constexpr uint32_t kBoundsPage = 4096;
 constexpr L_BOUNDS kEmptyBounds = {{DBL_MAX, DBL_MAX, DBL_MAX}, {-DBL_MAX, -DBL_MAX, -DBL_MAX}};
@@ -361,13 +367,17 @@ void LMeshBoxFacetsNonUniform(const L_LUMOMESH& mesh, BaseList<LM_BOX>& boxes, u
     // A queue runs the levels in order: children line up behind the whole current
     // level. Boxes stay as empty shells once split or finished, so their pages are
     // reused instead of being freed and allocated again at every level.
+    const uint64_t budget = kBoxIdsPerFacet * root.facets.count;
+    uint64_t held = root.facets.count;  // ids in the queue's unfinished boxes and the set
     BoxList queue(kBoxTableGrowth, kBoxPage);
     if (!AppendBox(queue, root)) return;
     LM_BOX lower, upper;
     for (uint32_t i = 0; i < queue.count; ++i) {
         LM_BOX& box = *queue.At(i);  // pages never move, so appending keeps it valid
         if (box.facets.count == 0) continue;
-        if (box.facets.count > limit && SplitBoxAtLongestAxis(box, bounds, lower, upper, sides)) {
+        if (box.facets.count > limit && SplitBoxAtLongestAxis(box, bounds, lower, upper, sides) &&
+            held - box.facets.count + lower.facets.count + upper.facets.count <= budget) {
+            held += uint64_t(lower.facets.count) + upper.facets.count - box.facets.count;
             box.facets.Clear();
             // An empty child is dropped, so the set need not tile the mesh's box.
             if (lower.facets.count > 0 && !AppendBox(queue, lower)) return;  // out of memory

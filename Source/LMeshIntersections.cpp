@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "LMeshOrientation.h"
@@ -455,13 +456,14 @@ private:
         if (!(stripWidth_ > 0.0f)) stripWidth_ = 0.0f;
     }
 
-    // The strip of a coordinate across, clamped to the strips there are.
+    // The strip of a coordinate across, clamped to the strips there are. Infinite
+    // coordinates or extents can make the position not a number: strip 0.
     int StripOf(float coordinate) const
     {
         if (!(stripWidth_ > 0.0f)) return 0;
         const float at = (coordinate - origin_) / stripWidth_;
         const int last = int(strips_.size()) - 1;
-        return at <= 0.0f ? 0 : at >= float(last) ? last : int(at);
+        return !(at > 0.0f) ? 0 : at >= float(last) ? last : int(at);
     }
 
     float Width(const Member& member) const { return member.bounds.high[along_] - member.bounds.low[along_]; }
@@ -595,7 +597,11 @@ void SearchBoxes(const L_LUMOMESH& mesh, double planeTolerance, const PairTest& 
     }
     std::vector<BoxMembers> members(boxes.count);
     for (uint32_t b = 0; b < boxes.count; ++b) members[b].Fill(boxes.Peek(b)->facets, bounds);
-    std::vector<uint32_t> candidates;
+    std::vector<uint32_t> found, candidates;
+    // A facet wider than its boxes meets the same neighbours in each of them: repeats
+    // are dropped as they come (the facet that last listed a slot), so that only the
+    // distinct candidates are sorted.
+    std::vector<uint32_t> listedBy(slots, UINT32_MAX);
     ReportedPairs reported(slots);
     for (uint32_t f = 0; f < slots && f < table.count; ++f) {
         if (!LiveFacet(mesh, f)) continue;
@@ -603,10 +609,13 @@ void SearchBoxes(const L_LUMOMESH& mesh, double planeTolerance, const PairTest& 
         const BaseList<uint32_t>& cells = table.Peek(f)->facets;
         for (uint32_t c = 0; c < cells.count; ++c) {
             const uint32_t b = *cells.Peek(c);
-            if (b < members.size()) members[b].CollectOverlapping(bounds[f], f, candidates);
+            if (b >= members.size()) continue;
+            found.clear();
+            members[b].CollectOverlapping(bounds[f], f, found);
+            for (uint32_t g : found)
+                if (std::exchange(listedBy[g], f) != f) candidates.push_back(g);
         }
         std::sort(candidates.begin(), candidates.end());
-        candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
         TestAgainst(mesh, f, candidates, test, findings, &reported);
     }
 }

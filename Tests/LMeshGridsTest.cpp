@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <vector>
 
@@ -102,6 +103,37 @@ TEST(BoxFacetsNonUniform, SplitsStopWhenNothingSeparatesAndDropEmptyHalves)
     const float inf = std::numeric_limits<float>::infinity();
     const L_LUMOMESH infinite = testmesh::FromIndexed({0, 0, 0, 1, 0, 0, 0, 1, 0, inf, 0, 0}, {0, 1, 2, 0, 3, 2});
     EXPECT_EQ(NonUniform(infinite, 1), (Summary{{0, inf, 0, 1}}));
+}
+
+TEST(BoxFacetsNonUniform, WideFacetsDoNotMultiplyTheBoxes)
+{
+    // Left alone, the halving would isolate each small triangle with all 600 slivers.
+    const L_LUMOMESH soup = testmesh::MakeSliverSoup(600, 1500);
+    BaseList<LM_BOX> boxes(16, 512), table(16, 512);
+    LMeshBoxFacetsNonUniform(soup, boxes, 500);
+    uint64_t ids = 0;
+    for (uint32_t b = 0; b < boxes.count; ++b) ids += boxes.Peek(b)->facets.count;
+    EXPECT_GT(boxes.count, 1u);
+    EXPECT_LE(ids, 32u * soup.facets.count);
+
+    // Facets whose boxes meet still share a box.
+    LMeshBoxFacetsIndexTable(soup, boxes, table);
+    std::vector<L_BOUNDS> bounds(soup.facets.count);
+    for (uint32_t f = 0; f < soup.facets.count; ++f) ComputeFacetBounds(soup, *soup.facets.Peek(f), bounds[f]);
+    uint32_t meeting = 0;
+    for (uint32_t f = 0; f < soup.facets.count; f += 7) {
+        const std::vector<uint32_t> cells = Ids(table.Peek(f)->facets);
+        for (uint32_t g = 0; g < soup.facets.count; ++g) {
+            short overlap = 0;
+            check_bb_overlapping(bounds[f], bounds[g], &overlap);
+            if (!overlap) continue;
+            ++meeting;
+            const std::vector<uint32_t> other = Ids(table.Peek(g)->facets);
+            EXPECT_TRUE(std::find_first_of(cells.begin(), cells.end(), other.begin(), other.end()) != cells.end())
+                << f << " and " << g;
+        }
+    }
+    EXPECT_GT(meeting, 1000u);
 }
 
 TEST(BoxFacetsIndexTable, ListsTheBoxesOfEachFacetInOrder)

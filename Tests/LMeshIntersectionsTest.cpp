@@ -130,6 +130,30 @@ TEST(LMeshDeleteIntersections, BoxesFindWhatTheWholeListFinds)
     EXPECT_EQ(testmesh::Ids(fromBoxes), testmesh::Ids(fromList));
 }
 
+TEST(LMeshDeleteIntersections, WideAndInfiniteFacetsFindWhatTheWholeListFinds)
+{
+    // Slivers across the whole soup lie in every box and meet their neighbours there
+    // again and again.
+    L_LUMOMESH soup = testmesh::MakeSliverSoup(300, 900);
+    BaseList<uint32_t> fromBoxes, fromList;
+    LMeshDeleteIntersections(soup, 0.0f, kTolerance, nullptr, &fromBoxes, false);
+    const BaseList<uint32_t> slivers = AllFacets(soup);
+    LMeshDeleteIntersections(soup, 0.0f, kTolerance, &slivers, &fromList, false);
+    EXPECT_GT(fromBoxes.count, 300u);
+    EXPECT_EQ(testmesh::Ids(fromBoxes), testmesh::Ids(fromList));
+
+    // Corners at the float limits on two axes make the soup's extent infinite, and a
+    // facet at one limit lies infinitely far from the other.
+    const float far = 3e38f, low[3] = {-far, -far, 5}, high[3] = {far, far, 6}, side[3] = {0, 6, 5};
+    const float edge0[3] = {0, far, 5}, edge1[3] = {1, far, 5}, edge2[3] = {0, far, 6};
+    LMeshAddTriangle(soup, low, high, side, 0);
+    LMeshAddTriangle(soup, edge0, edge1, edge2, 0);
+    const BaseList<uint32_t> all = AllFacets(soup);
+    LMeshDeleteIntersections(soup, 0.0f, kTolerance, nullptr, &fromBoxes, false);
+    LMeshDeleteIntersections(soup, 0.0f, kTolerance, &all, &fromList, false);
+    EXPECT_EQ(testmesh::Ids(fromBoxes), testmesh::Ids(fromList));
+}
+
 TEST(LMeshDeletePartialOverlaps, CoplanarCrossingEdgesAndLandingCorners)
 {
     // Two coplanar triangles whose edges cross, and a small one inside the first.

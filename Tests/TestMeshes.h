@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <random>
 #include <vector>
 
 #include "LMesh.h"
@@ -227,6 +228,24 @@ inline L_LUMOMESH MakeClosedFan()
     const float h = 1.732f;
     return FromIndexed({0, 0, 0, 2, 0, 0, 1, h, 0, -1, h, 0, -2, 0, 0, -1, -h, 0, 1, -h, 0},
                        {0, 1, 2, 0, 2, 3, 0, 3, 4, 0, 4, 5, 0, 5, 6, 0, 6, 1});
+}
+
+// A soup of small triangles in a 10-unit cube with long slivers across its whole x
+// range among them: the slivers lie in every box the small ones are split into.
+inline L_LUMOMESH MakeSliverSoup(int slivers, int smalls)
+{
+    std::mt19937 random(11);
+    std::uniform_real_distribution<float> place(0.0f, 10.0f), offset(-0.3f, 0.3f);
+    L_LUMOMESH soup;
+    for (int t = 0; t < slivers + smalls; ++t) {
+        const float c[3] = {place(random), place(random), place(random)};
+        float p[3][3];
+        for (auto& corner : p)
+            for (int k = 0; k < 3; ++k) corner[k] = c[k] + offset(random);
+        if (t < slivers) p[0][0] = 0.0f, p[1][0] = 10.0f;
+        LMeshAddTriangle(soup, p[0], p[1], p[2], 0);
+    }
+    return soup;
 }
 
 }  // namespace testmesh
