@@ -57,7 +57,7 @@ std::map<uint32_t, uint32_t> CountFacetsPerGroup(const L_LUMOMESH& mesh)
     std::map<uint32_t, uint32_t> counts;
     for (uint32_t f = 0; f < mesh.facets.count; ++f) {
         const LM_FACET& facet = *mesh.facets.Peek(f);
-        if (facet.flags & LM_LIVE) ++counts[facet.groupId];
+        if (facet.flags & LM_LIVE) ++counts[uint32_t{facet.groupId}];  // a copy: the field is packed
     }
     return counts;
 }

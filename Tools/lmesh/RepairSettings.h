@@ -76,16 +76,19 @@ inline RepairResults RepairMesh(L_LUMOMESH& mesh, const RepairSettings& settings
 }
 
 // Signed volume of the live facets about the origin, in double: negative when the
-// surface faces inward.
+// surface faces inward. A facet with a corner past the vertex store adds nothing.
 inline double SignedVolume(const L_LUMOMESH& mesh)
 {
     double volume = 0.0;
     for (uint32_t f = 0; f < mesh.facets.count; ++f) {
         const LM_FACET& facet = *mesh.facets.Peek(f);
         if (!(facet.flags & LM_LIVE)) continue;
+        const LM_VERTEX* corners[3] = {mesh.vertices.Peek(facet.vertex[0]), mesh.vertices.Peek(facet.vertex[1]),
+                                       mesh.vertices.Peek(facet.vertex[2])};
+        if (!corners[0] || !corners[1] || !corners[2]) continue;
         double p[3][3];
         for (int k = 0; k < 3; ++k)
-            for (int c = 0; c < 3; ++c) p[k][c] = mesh.vertices.Peek(facet.vertex[k])->position[c];
+            for (int c = 0; c < 3; ++c) p[k][c] = corners[k]->position[c];
         volume += (p[0][0] * (p[1][1] * p[2][2] - p[1][2] * p[2][1]) - p[0][1] * (p[1][0] * p[2][2] - p[1][2] * p[2][0]) +
                    p[0][2] * (p[1][0] * p[2][1] - p[1][1] * p[2][0])) /
                   6.0;
