@@ -159,8 +159,12 @@ void AddCornerFan(L_LUMOMESH& result, const LM_EXTENDEDGE& record, const LM_EXTE
 
 }  // namespace
 
-void LMeshCreateExtensionStructureBeforeExtend(L_LUMOMESH& mesh, float extensionDistance, BaseList<uint32_t> edges,
-                                               BaseList<uint32_t> vertices, BaseList<LM_EXTENDEDGE>& extendedEdges)
+namespace {
+
+// The records of one chain, each with its facets near the edge among `boxes`.
+void CreateRecords(L_LUMOMESH& mesh, float extensionDistance, const BaseList<uint32_t>& edges,
+                   const BaseList<uint32_t>& vertices, const std::vector<L_BOUNDSf>& boxes,
+                   BaseList<LM_EXTENDEDGE>& extendedEdges)
 {
     const uint32_t firstNew = extendedEdges.count;
     for (uint32_t i = 0; i < edges.count && i + 1 < vertices.count; ++i) {
@@ -184,8 +188,15 @@ void LMeshCreateExtensionStructureBeforeExtend(L_LUMOMESH& mesh, float extension
         record->facet = EdgeFacet(*edge);
         record->bounds = BoundsOf({start, end});
     }
-    const std::vector<L_BOUNDSf> boxes = FacetBoxes(mesh);
     for (uint32_t r = firstNew; r < extendedEdges.count; ++r) ListNearFacets(boxes, extensionDistance, *extendedEdges.At(r));
+}
+
+}  // namespace
+
+void LMeshCreateExtensionStructureBeforeExtend(L_LUMOMESH& mesh, float extensionDistance, BaseList<uint32_t> edges,
+                                               BaseList<uint32_t> vertices, BaseList<LM_EXTENDEDGE>& extendedEdges)
+{
+    CreateRecords(mesh, extensionDistance, edges, vertices, FacetBoxes(mesh), extendedEdges);
 }
 
 namespace {
@@ -193,10 +204,8 @@ namespace {
 // The records' directions and outer points. nearRadius is how far around its edge each
 // record's near facets are known to be complete (0 when they may not be).
 void ExtendRecords(L_LUMOMESH& mesh, float extensionDistance, BaseList<LM_EXTENDEDGE>& extendedEdges,
-                   const int* cancel, double nearRadius)
+                   const int* cancel, const WholeMeshCut& cut)
 {
-    const FacetBlockSection blocks(mesh);  // one whole-mesh cutter for every record
-    const WholeMeshCut cut{&blocks, nearRadius};
     for (uint32_t i = 0; i < extendedEdges.count; ++i) {
         if (cancel && *cancel == 1) break;
         LM_EXTENDEDGE& record = *extendedEdges.At(i);
@@ -221,7 +230,8 @@ int LMeshExtendFreeEdgeFacets(L_LUMOMESH& mesh, float extensionDistance, BaseLis
                               const int* cancel)
 {
     // The records may come from anywhere: their near facets are not relied on.
-    ExtendRecords(mesh, extensionDistance, extendedEdges, cancel, 0.0);
+    const FacetBlockSection blocks(mesh);
+    ExtendRecords(mesh, extensionDistance, extendedEdges, cancel, WholeMeshCut{&blocks, 0.0});
     return 0;
 }
 
@@ -249,13 +259,23 @@ namespace {
 
 constexpr float kCleanupGap = 0.1f;  // the gap tolerance the drivers give the cleanups
 
+// What every chain of a mesh reads: the facets' boxes and one whole-mesh cutter. Built
+// once, so that many chains do not cost chains times facets.
+struct MeshReach {
+    explicit MeshReach(L_LUMOMESH& mesh) : boxes(FacetBoxes(mesh)), blocks(mesh) {}
+    const std::vector<L_BOUNDSf> boxes;
+    const FacetBlockSection blocks;
+};
+
 // Records for one chain, given their directions and outer points, then cleaned up.
 void ExtendChain(L_LUMOMESH& mesh, float extensionDistance, const BaseList<uint32_t>& edges,
-                 const BaseList<uint32_t>& vertices, bool cleanup, BaseList<LM_EXTENDEDGE>& records)
+                 const BaseList<uint32_t>& vertices, bool cleanup, const MeshReach& reach,
+                 BaseList<LM_EXTENDEDGE>& records)
 {
-    LMeshCreateExtensionStructureBeforeExtend(mesh, extensionDistance, edges, vertices, records);
+    CreateRecords(mesh, extensionDistance, edges, vertices, reach.boxes, records);
     // Near facets reach twice the distance around each edge (a hair less, for rounding).
-    ExtendRecords(mesh, extensionDistance, records, nullptr, 2.0 * extensionDistance * (1.0 - 1e-5));
+    const WholeMeshCut cut{&reach.blocks, 2.0 * extensionDistance * (1.0 - 1e-5)};
+    ExtendRecords(mesh, extensionDistance, records, nullptr, cut);
     if (!cleanup) return;
     LMeshSimpleCleanupAfterExtension(records, extensionDistance, kCleanupGap);
     LMeshFillGapsAfterExtension(records, extensionDistance, kCleanupGap);
@@ -282,11 +302,13 @@ int LMeshExtendMesh(L_LUMOMESH& mesh, float extensionDistance, BaseList<L_LUMOME
     const uint32_t chains = std::min(edgeChains.count, vertexChains.count);
     const uint32_t first = longestChainOnly && chains > 1 ? LongestChain(vertexChains) : 0;
     const uint32_t end = longestChainOnly && chains > 1 ? first + 1 : chains;
+    if (first >= end) return 0;
+    const MeshReach reach(mesh);
     for (uint32_t c = first; c < end; ++c) {
         L_LUMOMESH* result = results.At(c - first);
         if (!result) break;  // out of memory: the strips made so far stay
         BaseList<LM_EXTENDEDGE> records(16, 4096);
-        ExtendChain(mesh, extensionDistance, *edgeChains.Peek(c), *vertexChains.Peek(c), cleanup, records);
+        ExtendChain(mesh, extensionDistance, *edgeChains.Peek(c), *vertexChains.Peek(c), cleanup, reach, records);
         LMeshCreateMeshUsingExtendedEdges(records, *result);
         LMeshFreeExtensionCornerPoints(records);
     }
@@ -297,7 +319,7 @@ int LMeshExtendBoundary(L_LUMOMESH& mesh, float extensionDistance, const BaseLis
                         const BaseList<uint32_t>& vertices, L_LUMOMESH& result)
 {
     BaseList<LM_EXTENDEDGE> records(16, 4096);
-    ExtendChain(mesh, extensionDistance, edges, vertices, true, records);
+    ExtendChain(mesh, extensionDistance, edges, vertices, true, MeshReach(mesh), records);
     LMeshCreateMeshUsingExtendedEdges(records, result);
     LMeshFreeExtensionCornerPoints(records);
     return 0;

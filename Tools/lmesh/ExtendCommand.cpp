@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <set>
+#include <string>
+#include <utility>
 
 #include "CommandSupport.h"
 
@@ -14,6 +17,11 @@ namespace {
 // the mesh's largest extent: their corners are copies of rim corners or of each other.
 constexpr double kWeldShare = 1e-6;
 constexpr uint32_t kChainsListed = 20;
+// Each chain's strip is a mesh of its own, a few hundred kilobytes even when small. A
+// boundary through non-manifold vertices is walked again from many seeds: past this
+// many chains listing each edge this many times over, the run is refused.
+constexpr uint32_t kManyChains = 1000;
+constexpr uint32_t kRepeatedWalks = 4;
 
 const char* const kExtendHelp =
     "usage: lmesh extend IN OUT --distance D [--longest-only] [--no-cleanup] [--merge]\n"
@@ -40,6 +48,19 @@ uint32_t LongestChain(const BaseList<BaseList<uint32_t>>& vertexChains)
     for (uint32_t i = 1; i < vertexChains.count; ++i)
         if (vertexChains.Peek(i)->count > vertexChains.Peek(longest)->count) longest = i;
     return longest;
+}
+
+// How many edges the chains list in all, and how many distinct ones.
+std::pair<uint64_t, uint64_t> ListedAndDistinctEdges(const BaseList<BaseList<uint32_t>>& edgeChains)
+{
+    std::set<uint32_t> distinct;
+    uint64_t listed = 0;
+    for (uint32_t c = 0; c < edgeChains.count; ++c) {
+        const BaseList<uint32_t>& chain = *edgeChains.Peek(c);
+        listed += chain.count;
+        for (uint32_t i = 0; i < chain.count; ++i) distinct.insert(*chain.Peek(i));
+    }
+    return {listed, distinct.size()};
 }
 
 // The records the extension makes from a chain before its cleanups.
@@ -72,6 +93,13 @@ int RunExtend(const std::vector<std::string>& args)
     BaseList<BaseList<uint32_t>> edgeChains, vertexChains;
     LMeshGetConnectedEdgesBatch(mesh, -1.0f, kFreeEdgeTolerance, edgeChains, vertexChains);
     if (edgeChains.count == 0) return Failure(command, "the mesh has no free boundary: nothing to extend");
+    const auto [listed, distinct] = ListedAndDistinctEdges(edgeChains);
+    if (!longestOnly && edgeChains.count > kManyChains && listed > kRepeatedWalks * distinct)
+        return Failure(command, "the free boundary runs through non-manifold vertices: its " + std::to_string(distinct) +
+                                    " edges make " + std::to_string(edgeChains.count) + " chains that list them " +
+                                    std::to_string(listed) +
+                                    " times, and each chain would get a strip of its own. Repair the mesh first "
+                                    "(lmesh repair), or extend the longest chain alone (--longest-only)");
     BaseList<L_LUMOMESH> strips;
     {
         Stage stage("extending", mesh.facetCount > kProgressFacets);
