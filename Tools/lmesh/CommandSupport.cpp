@@ -159,3 +159,9 @@ std::vector<uint32_t> FindCrossingFacets(L_LUMOMESH& mesh, float minimumLength, 
     ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
     return ids;
 }
+
+std::string PercentBar(double share)
+{
+    const double clamped = share > 0.0 ? std::min(share, 100.0) : 0.0;
+    return std::string(size_t(clamped / 2.5 + 0.5), '#');
+}

@@ -59,6 +59,10 @@ bool ParsePlaneOption(const char* command, const std::string& text, L_PLANE& pla
 // The largest extent of the stored box, 0 for an empty box.
 double LargestExtent(const L_LUMOMESH& mesh);
 
+// A histogram bar of one '#' per 2.5 percent; shares outside 0 to 100, or not a number,
+// are drawn as the nearer end (or empty).
+std::string PercentBar(double share);
+
 // The live facets that cross another facet of the mesh (LMeshDeleteIntersections
 // without deleting), ascending, each once.
 std::vector<uint32_t> FindCrossingFacets(L_LUMOMESH& mesh, float minimumLength, float tolerance);

@@ -44,7 +44,7 @@ void PrintShapeFactors(const L_LUMOMESH& mesh)
     for (int b = 0; b < 10; ++b) {
         const double share = 100.0 * counts[b] / mesh.facetCount;
         std::printf("  %.1f-%.1f %10u %6.1f%%  %s\n", b / 10.0, (b + 1) / 10.0, counts[b], share,
-                    std::string(size_t(share / 2.5 + 0.5), '#').c_str());
+                    PercentBar(share).c_str());
     }
 }
 

@@ -168,14 +168,15 @@ void PrintDistribution(const std::vector<FacetThickness>& values)
     double binArea[kBins] = {};
     const double width = (thickest - thinnest) / kBins;
     for (const FacetThickness& value : measured) {
-        const int bin = width > 0.0 ? int((2.0 * value.radius - thinnest) / width) : 0;
-        binArea[std::min(bin, kBins - 1)] += value.area;
+        // Infinite radii of a broken file make the position not a number: bin 0.
+        const double at = width > 0.0 ? (2.0 * value.radius - thinnest) / width : 0.0;
+        binArea[at > 0.0 ? int(std::min(at, kBins - 1.0)) : 0] += value.area;
     }
     std::printf("distribution  (share of the whole area)\n");
     for (int b = 0; b < kBins; ++b) {
         const double share = totalArea > 0.0 ? 100.0 * binArea[b] / totalArea : 0.0;
         std::printf("  %10.4g - %-10.4g %6.1f%%  %s\n", thinnest + b * width, thinnest + (b + 1) * width, share,
-                    std::string(size_t(share / 2.5 + 0.5), '#').c_str());
+                    PercentBar(share).c_str());
     }
 }
 
