@@ -157,10 +157,6 @@ void AddCornerFan(L_LUMOMESH& result, const LM_EXTENDEDGE& record, const LM_EXTE
     AddTriangle(result, apex, points[last], next.extendedStart);
 }
 
-}  // namespace
-
-namespace {
-
 // The records of one chain, each with its facets near the edge among `boxes`.
 void CreateRecords(L_LUMOMESH& mesh, float extensionDistance, const BaseList<uint32_t>& edges,
                    const BaseList<uint32_t>& vertices, const std::vector<L_BOUNDSf>& boxes,
