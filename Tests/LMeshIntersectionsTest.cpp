@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <random>
 #include <vector>
 
 #include "LMesh.h"
@@ -109,49 +108,39 @@ TEST(LMeshDeleteIntersections, ReportsCrossingPairsFromBothSidesAndDeletesTheSec
     testmesh::ExpectMeshConsistent(cubes);
 }
 
-TEST(LMeshDeleteIntersections, BoxesFindWhatTheWholeListFinds)
+namespace {
+
+// The crossings the adaptive boxes find, expected to be those of the whole-list search.
+std::vector<uint32_t> CrossingsInBoxesAsInTheList(L_LUMOMESH& soup)
 {
-    // 1,500 random small triangles in a cube: many crossings, several boxes.
-    std::mt19937 random(7);
-    std::uniform_real_distribution<float> place(0.0f, 10.0f), offset(-0.6f, 0.6f);
-    L_LUMOMESH soup;
-    for (int t = 0; t < 1500; ++t) {
-        const float c[3] = {place(random), place(random), place(random)};
-        float p[3][3];
-        for (auto& corner : p)
-            for (int k = 0; k < 3; ++k) corner[k] = c[k] + offset(random);
-        LMeshAddTriangle(soup, p[0], p[1], p[2], 0);
-    }
     BaseList<uint32_t> fromBoxes, fromList;
     LMeshDeleteIntersections(soup, 0.0f, kTolerance, nullptr, &fromBoxes, false);
     const BaseList<uint32_t> all = AllFacets(soup);
     LMeshDeleteIntersections(soup, 0.0f, kTolerance, &all, &fromList, false);
-    EXPECT_GT(fromBoxes.count, 100u);
     EXPECT_EQ(testmesh::Ids(fromBoxes), testmesh::Ids(fromList));
+    return testmesh::Ids(fromBoxes);
 }
 
-TEST(LMeshDeleteIntersections, WideAndInfiniteFacetsFindWhatTheWholeListFinds)
+}  // namespace
+
+TEST(LMeshDeleteIntersections, BoxesFindWhatTheWholeListFinds)
 {
+    // 1,500 random small triangles in a cube: many crossings, several boxes.
+    L_LUMOMESH soup = testmesh::MakeSliverSoup(0, 1500);
+    EXPECT_GT(CrossingsInBoxesAsInTheList(soup).size(), 50u);
+
     // Slivers across the whole soup lie in every box and meet their neighbours there
     // again and again.
-    L_LUMOMESH soup = testmesh::MakeSliverSoup(300, 900);
-    BaseList<uint32_t> fromBoxes, fromList;
-    LMeshDeleteIntersections(soup, 0.0f, kTolerance, nullptr, &fromBoxes, false);
-    const BaseList<uint32_t> slivers = AllFacets(soup);
-    LMeshDeleteIntersections(soup, 0.0f, kTolerance, &slivers, &fromList, false);
-    EXPECT_GT(fromBoxes.count, 300u);
-    EXPECT_EQ(testmesh::Ids(fromBoxes), testmesh::Ids(fromList));
+    L_LUMOMESH slivers = testmesh::MakeSliverSoup(300, 900);
+    EXPECT_GT(CrossingsInBoxesAsInTheList(slivers).size(), 300u);
 
     // Corners at the float limits on two axes make the soup's extent infinite, and a
     // facet at one limit lies infinitely far from the other.
     const float far = 3e38f, low[3] = {-far, -far, 5}, high[3] = {far, far, 6}, side[3] = {0, 6, 5};
     const float edge0[3] = {0, far, 5}, edge1[3] = {1, far, 5}, edge2[3] = {0, far, 6};
-    LMeshAddTriangle(soup, low, high, side, 0);
-    LMeshAddTriangle(soup, edge0, edge1, edge2, 0);
-    const BaseList<uint32_t> all = AllFacets(soup);
-    LMeshDeleteIntersections(soup, 0.0f, kTolerance, nullptr, &fromBoxes, false);
-    LMeshDeleteIntersections(soup, 0.0f, kTolerance, &all, &fromList, false);
-    EXPECT_EQ(testmesh::Ids(fromBoxes), testmesh::Ids(fromList));
+    LMeshAddTriangle(slivers, low, high, side, 0);
+    LMeshAddTriangle(slivers, edge0, edge1, edge2, 0);
+    CrossingsInBoxesAsInTheList(slivers);
 }
 
 TEST(LMeshDeletePartialOverlaps, CoplanarCrossingEdgesAndLandingCorners)
