@@ -249,6 +249,7 @@ std::vector<Vec3f> FanPoints(const LM_EXTENDEDGE& record, const LM_EXTENDEDGE& n
         if (Dot(u, v) > 0.0f || !Unit(ahead - Dot(ahead, from) * from, across)) return {};
     }
     const float turn = AngleDegrees(u, v);
+    if (!(turn >= 0.0f)) return {};  // infinite outer points: no angle to fan
     const int count = std::max(1, int(std::ceil(turn / kFanStep)) - 1);
     std::vector<Vec3f> points;
     for (int k = 1; k <= count; ++k) {
